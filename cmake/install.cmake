@@ -1,0 +1,24 @@
+include(CMakePackageConfigHelpers)
+
+set(tavrel_targets tavrel)
+if(TAVREL_PLATFORM STREQUAL "bundled")
+  list(APPEND tavrel_targets qzplatform)
+  install(DIRECTORY platform/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+endif()
+install(TARGETS ${tavrel_targets} EXPORT tavrelTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT tavrelTargets NAMESPACE tavrel:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tavrel)
+
+configure_package_config_file(cmake/tavrelConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/tavrelConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tavrel)
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/tavrelConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavrelConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/tavrelConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tavrel)
+
+# A static build hands its own dependencies on to whoever links it.
+set(TAVREL_PC_LIBS "-ltavrel -lqzplatform")
+configure_file(cmake/tavrel.pc.in ${CMAKE_CURRENT_BINARY_DIR}/tavrel.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavrel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,44 @@
+#include "base/ThreadIds.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+namespace qz::internal {
+
+namespace {
+
+struct Ids {
+    int pid;
+    int tid;
+};
+
+thread_local Ids ids{0, 0};
+
+void forgetIds() {
+    // Only the thread that forked lives on in the child, so its own copy is the only one to forget.
+    ids = {0, 0};
+}
+
+void fetchIds() {
+    static const int registered = pthread_atfork(nullptr, nullptr, forgetIds);
+    static_cast<void>(registered);
+    ids = {getpid(), gettid()};
+}
+
+} // namespace
+
+int processId() {
+    if (ids.pid == 0) {
+        fetchIds();
+    }
+    return ids.pid;
+}
+
+int threadId() {
+    if (ids.tid == 0) {
+        fetchIds();
+    }
+    return ids.tid;
+}
+
+} // namespace qz::internal
