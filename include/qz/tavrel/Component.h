@@ -13,6 +13,7 @@
 
 namespace qz::tavrel {
 
+class ComponentClass;
 class ComponentLockProvider;
 class ComponentVisitor;
 class GuardSection;
@@ -326,6 +327,11 @@ private:
     static void refresh(int level);
     static std::vector<int> children(int id, bool ownedOnly);
     void clear(int depth);
+    void openTree();
+    void closeTree();
+    bool isRoot();
+    ComponentClass* getClass();
+    void updateForProperty();
 
     int id;
     int revision;

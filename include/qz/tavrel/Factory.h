@@ -1,0 +1,33 @@
+/// @file
+/// From a class name in a configuration or specification file to an object.
+#pragma once
+
+#include <string>
+
+namespace qz::tavrel {
+
+/// Makes objects by class name. A client adds its own classes, or takes over one of the library's, by
+/// overriding `createInstance`, testing its own names first and passing all others on.
+///
+/// Threads: no state; any.
+class Factory {
+public:
+    Factory() = default;
+    virtual ~Factory();
+    Factory(const Factory&) = delete;
+    Factory& operator=(const Factory&) = delete;
+
+    /// Makes a default-constructed object of a class; the caller owns it.
+    ///
+    /// Known are "ActionList" (used as `Action`), "TreePathLockProvider" (`ComponentLockProvider`),
+    /// "BMCRelationalDB"
+    /// (`Resource`), "PropertyLocator", "NameResolver", "Specification" and "Initializer". An override gives
+    /// a pointer to the class that the name is used as, converted to `void*`.
+    ///
+    /// @param name  class name; case matters
+    /// @return never null here; an override may give null for a resource type that it refuses
+    /// @throws TavrelException "invalid args" for any other name
+    virtual void* createInstance(const std::string& name);
+};
+
+} // namespace qz::tavrel
