@@ -1,5 +1,5 @@
+#include "base/FileText.h"
 #include "base/Trace.h"
-#include "build/FileText.h"
 
 #include <qz/tavrel/NameResolver.h>
 

@@ -1,4 +1,4 @@
-#include "build/FileText.h"
+#include "base/FileText.h"
 
 #include "base/Guards.h"
 
