@@ -1,0 +1,42 @@
+#pragma once
+
+#include "support/TraceCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <vector>
+
+namespace tavrel::test {
+
+/// Expects one record of the point `id`: process id and thread id of the caller, then `words`.
+inline void expectWords(const TraceCapture& capture, unsigned long id, int flags,
+                        const std::vector<int>& words) {
+    const auto records = capture.of(id);
+    ASSERT_EQ(1U, records.size()) << std::hex << id;
+    EXPECT_EQ(flags, records[0].flags);
+    EXPECT_EQ(getpid(), static_cast<int>(records[0].words()[0]));
+    EXPECT_EQ(gettid(), static_cast<int>(records[0].words()[1]));
+    EXPECT_EQ(words, records[0].arguments()) << std::hex << id;
+}
+
+/// Expects one record of the point `id` with the system's text for `errnum`.
+inline void expectSystemText(const TraceCapture& capture, unsigned long id, int errnum) {
+    const auto records = capture.of(id);
+    ASSERT_EQ(1U, records.size()) << std::hex << id;
+    EXPECT_EQ(errorFlags, records[0].flags);
+    EXPECT_EQ(std::strerror(errnum), records[0].text());
+}
+
+/// Waits for a state that only the kernel knows, such as a process that has begun to sleep.
+template <typename Condition>
+void waitUntil(Condition condition) {
+    while (!condition()) {
+        sched_yield();
+    }
+}
+
+} // namespace tavrel::test
