@@ -2,6 +2,8 @@
 /// A named lock between threads and processes, bound to a scope.
 #pragma once
 
+#include <pthread.h>
+
 #include <string>
 
 /// Holds the lock of one name from construction to destruction.
@@ -16,10 +18,14 @@ class [[nodiscard]] SemaphoreLock {
 public:
     /// Waits without limit until the lock is free, then holds it.
     ///
-    /// @param name   name of the lock
+    /// The first take of a name in a process opens its shared memory object, or makes it, for any user to
+    /// open. Processes of another word size cannot share it and are refused.
+    ///
+    /// @param name   name of the lock: "/" and at most 255 characters that hold no further "/"
     /// @param value  0 in all uses; kept for the interface
-    /// @throws std::system_error  the shared memory object cannot be made or mapped, or this thread holds the
-    /// lock
+    /// @throws std::system_error  the shared memory object cannot be made or mapped, or it is no lock
+    /// (EBADMSG),
+    ///                            or this thread holds the lock already (EDEADLK)
     SemaphoreLock(const std::string& name, int value);
 
     /// Gives the lock back.
@@ -29,5 +35,5 @@ public:
     SemaphoreLock& operator=(const SemaphoreLock&) = delete;
 
 private:
-    void* mutex;
+    pthread_mutex_t* mutex;
 };
