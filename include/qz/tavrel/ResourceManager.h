@@ -115,6 +115,7 @@ private:
 
     Resource* find(int id);
     void forgetOwners();
+    void setActive(const std::string& path, bool active);
 };
 
 } // namespace qz::tavrel
