@@ -1,3 +1,5 @@
+#include "store/ResourceGuard.h"
+
 #include <qz/tavrel/Configuration.h>
 #include <qz/tavrel/Resource.h>
 
@@ -55,26 +57,6 @@ private:
     unsigned int length;
 };
 
-/// Holds a store, if there is one, for a scope.
-class [[nodiscard]] ResourceSection {
-public:
-    explicit ResourceSection(Resource* store) : held(store) {
-        if (held != nullptr) {
-            held->lock();
-        }
-    }
-    ~ResourceSection() {
-        if (held != nullptr) {
-            held->unlock();
-        }
-    }
-    ResourceSection(const ResourceSection&) = delete;
-    ResourceSection& operator=(const ResourceSection&) = delete;
-
-private:
-    Resource* held;
-};
-
 /// Takes a revision back unless it is kept: what nothing is stored under, another process may give to another
 /// state.
 class [[nodiscard]] NewRevision {
@@ -107,7 +89,7 @@ Configuration::~Configuration() = default;
 
 unsigned int Configuration::load() {
     ValueBuffer value(bufferSize);
-    const ResourceSection section(resource);
+    const internal::ResourceGuard guard(resource);
     const unsigned int delivered = resource->read(key, value.data(), value.size());
     if (delivered < headerSize) {
         return 0;
@@ -148,7 +130,7 @@ unsigned int Configuration::save() {
     value.insert(0, reinterpret_cast<const char*>(&header), headerSize);
     const auto total = static_cast<unsigned int>(value.size());
 
-    const ResourceSection section(resource);
+    const internal::ResourceGuard guard(resource);
     const unsigned int taken = resource->write(key, value.data(), total);
     newRevision.keep();
     bufferSize = std::max(bufferSize, total);

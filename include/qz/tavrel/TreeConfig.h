@@ -106,10 +106,8 @@ public:
         int getUnusedNodeId();
 
     private:
-        friend class TreeConfig;
-
-        const Node* find(int id) const;
-        void repair(int expected);
+        std::vector<Node>::iterator placeOf(int id);
+        void repair(int end);
         void fillPool();
 
         std::vector<Node> nodes; ///< ascending by id
@@ -162,14 +160,12 @@ public:
         unsigned int save();
 
     private:
-        friend class TreeConfig;
-
-        void close();
+        void closeRevision();
 
         std::string path;
         bool dirty;
-        std::vector<std::pair<int, timeval>> revisions;
-        std::vector<Node> changes;
+        std::vector<std::pair<int, timeval>> revisions; ///< oldest first
+        std::vector<Node> changes;                      ///< oldest first
     };
 
     TreeConfig();
@@ -281,6 +277,8 @@ private:
     Association* relationOf(int number);
     void noteChange(Association& relation);
     bool nodeAt(int revision, int id, Node& out);
+    void leaveLock();
+    void leaveLockAfterFailure();
     int leaveAccess();
 
     NodeConfig nodes;
