@@ -35,6 +35,10 @@ public:
     /// The largest `getComponentCount()` of all classes, 0 without any.
     static int getMaxComponentCount();
 
+    /// True if no class contains itself, directly or through others; the sizes of subtrees are defined only
+    /// then.
+    static bool isAcyclic();
+
     /// Deletes all classes, their property locators, and each action that one of them binds once.
     static void deleteAll();
 
