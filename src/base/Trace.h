@@ -25,7 +25,8 @@ unsigned long traceWord(T value) {
     if constexpr (std::is_pointer_v<T>) {
         return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(value));
     } else {
-        return static_cast<std::uint32_t>(value);
+        const auto word = static_cast<std::uint32_t>(value);
+        return word;
     }
 }
 

@@ -1,0 +1,278 @@
+#include "base/Decimal.h"
+#include "base/Fault.h"
+#include "base/Guards.h"
+#include "base/ThreadIds.h"
+#include "base/Trace.h"
+#include "lock/HolderLife.h"
+#include "lock/LockStart.h"
+#include "lock/LockTable.h"
+#include "lock/LockWait.h"
+
+#include <qz/base/SemaphoreLock.h>
+#include <qz/tavrel/Component.h>
+#include <qz/tavrel/TreePath.h>
+#include <qz/tavrel/TreePathLockProvider.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+
+namespace qz::tavrel {
+
+namespace point = internal::point;
+using internal::JournalEntry;
+using internal::LockTable;
+using internal::MutexGuard;
+using internal::trace;
+
+namespace {
+
+unsigned int tableSize(int maxCount) {
+    return static_cast<unsigned int>(maxCount) * static_cast<unsigned int>(sizeof(internal::LockRecord)) +
+           static_cast<unsigned int>(LockTable::recordsOffset());
+}
+
+void initMutexAndCondition(LockTable& table) {
+    pthread_mutexattr_t mutexShared;
+    pthread_mutexattr_init(&mutexShared);
+    pthread_mutexattr_setpshared(&mutexShared, PTHREAD_PROCESS_SHARED);
+    pthread_mutex_init(&table.mutex, &mutexShared);
+    pthread_mutexattr_destroy(&mutexShared);
+
+    pthread_condattr_t conditionShared;
+    pthread_condattr_init(&conditionShared);
+    pthread_condattr_setpshared(&conditionShared, PTHREAD_PROCESS_SHARED);
+    pthread_cond_init(&table.condition, &conditionShared);
+    pthread_condattr_destroy(&conditionShared);
+}
+
+} // namespace
+
+TreePathLockProvider::TreePathLockProvider() : maxCount(0), memory(nullptr), table(nullptr) {}
+
+TreePathLockProvider::~TreePathLockProvider() {
+    // Others are kept off while this process may be the last to leave: nobody attaches to what is being
+    // removed.
+    std::optional<SemaphoreLock> guard;
+    try {
+        guard.emplace(internal::lockStartName, 0);
+    } catch (...) { // NOLINT(bugprone-empty-catch): leaving has to go on
+    }
+    delete memory;
+}
+
+// --- the table
+// -------------------------------------------------------------------------------------------------------
+
+void TreePathLockProvider::initialize() {
+    const SemaphoreLock guard(internal::lockStartName, 0);
+    delete memory;
+    memory = new LockMemory(configuration.getProperty("tavrel.compo.shared") == "enable");
+    maxCount = internal::decimal(configuration.getProperty("tavrel.compo.max"));
+    table = static_cast<LockTable*>(memory->get(tableSize(maxCount)));
+    if (table == nullptr) {
+        internal::raise("TreePathLockProvider", "initialize", "lock table is unavailable.");
+    }
+    if (table->magic == internal::lockTableMagic) {
+        if (memory->isAlone()) {
+            // Whoever was killed inside the mutex has gone with all the others. Marks and journal stay as
+            // they are: the first lock call takes them off, holder by holder.
+            initMutexAndCondition(*table);
+        }
+        return;
+    }
+    std::memset(table->journal, 0, sizeof table->journal);
+    initTreePathLockMemory();
+    // Last: a process that dies before this leaves a table without the magic, which the next one sets up from
+    // the start.
+    __atomic_store_n(&table->magic, internal::lockTableMagic, __ATOMIC_RELEASE);
+}
+
+void TreePathLockProvider::initTreePathLockMemory() {
+    initMutexAndCondition(*table);
+    std::memset(table->records(), 0, static_cast<std::size_t>(maxCount) * sizeof(LockRecord));
+}
+
+void TreePathLockProvider::setup() {
+    initTreePathLockMemory();
+}
+
+TreePathLockProvider::LockRecord* TreePathLockProvider::treeLock(Component* component) {
+    const int id = component->getComponentId();
+    if (id < 0 || id >= maxCount) {
+        internal::raise("TreePathLockProvider", "treeLock", "invalid component id.");
+    }
+    return table->records() + id;
+}
+
+void TreePathLockProvider::write(std::ostream&) {
+    const MutexGuard guard(table->mutex);
+    for (const JournalEntry& entry : table->journal) {
+        if (entry.inUse == 0) {
+            continue;
+        }
+        const char* const name = entry.kind == readHere    ? "ReadLock "
+                                 : entry.kind == writeHere ? "WriteLock"
+                                                           : "NOP";
+        std::printf("[oid:%5d] is in %s by pid=%5d tid=%5d. %s\n", entry.componentId, name, entry.pid,
+                    entry.tid, internal::holderLives(entry.pid, entry.tid) ? "" : "(Not Found)");
+    }
+}
+
+// --- paths of this process
+// -------------------------------------------------------------------------------------------
+
+namespace {
+
+/// Collects the components on the way to one, root first.
+class PathCollector : public TreePath {
+public:
+    using TreePath::add;
+    void add(Component* step) override { found.push_back(step); }
+
+    std::vector<Component*> found;
+};
+
+} // namespace
+
+const std::vector<Component*>& TreePathLockProvider::pathOf(Component* component) {
+    return paths[component].path;
+}
+
+/// Counts a lock or wait of this process on a component; its way up is worked out for the first one.
+void TreePathLockProvider::enterPath(Component* component) {
+    auto entry = paths.find(component);
+    if (entry == paths.end()) {
+        PathCollector collector;
+        component->getTreePath(collector);
+        entry = paths.emplace(component, LockPath{}).first;
+        entry->second.path.assign(collector.found.rbegin(), collector.found.rend());
+    }
+    ++entry->second.count;
+}
+
+void TreePathLockProvider::leavePath(Component* component) {
+    const auto entry = paths.find(component);
+    if (entry != paths.end() && --entry->second.count <= 0) {
+        paths.erase(entry);
+    }
+}
+
+// --- lock and unlock
+// -------------------------------------------------------------------------------------------------
+
+void TreePathLockProvider::readLock(Component* component) {
+    Component::getRoot(); // brings the tree up to date before the mutex is taken
+    const MutexGuard guard(table->mutex);
+    recoverLock();
+    enterPath(component);
+    while (is_wait(component) || !rd_lock(component)) {
+        internal::sleepOn(table->condition, table->mutex);
+        trace(point::ReaderWoke, component->getComponentId(), 0);
+    }
+    // A process that dies from here to the end of the journal entry leaves the mutex locked.
+    writeJournal(component, readHere);
+}
+
+void TreePathLockProvider::writeLock(Component* component) {
+    Component::getRoot();
+    const MutexGuard guard(table->mutex);
+    recoverLock();
+    enterPath(component);
+    set_wait(component, true);
+    while (!wr_lock(component)) {
+        // A process that dies while it sleeps here leaves its waiting marks: readers on its path wait from
+        // then on.
+        internal::sleepOn(table->condition, table->mutex);
+        trace(point::WriterWoke, component->getComponentId(), 0);
+    }
+    set_wait(component, false);
+    writeJournal(component, writeHere);
+}
+
+void TreePathLockProvider::readUnlock(Component* component) {
+    const MutexGuard guard(table->mutex);
+    if (rd_unlock(component) == 0) {
+        internal::wakeAll(table->condition);
+        trace(point::LastReaderLeft, component->getComponentId(), 0);
+    }
+    leavePath(component);
+    eraseJournal(component);
+}
+
+void TreePathLockProvider::writeUnlock(Component* component) {
+    const MutexGuard guard(table->mutex);
+    if (wr_unlock(component) == 0) {
+        internal::wakeAll(table->condition);
+        trace(point::WriterLeft, component->getComponentId(), 0);
+    }
+    leavePath(component);
+    eraseJournal(component);
+}
+
+// --- the journal
+// -----------------------------------------------------------------------------------------------------
+
+void TreePathLockProvider::writeJournal(Component* component, Kind kind) {
+    for (JournalEntry& entry : table->journal) {
+        if (entry.inUse == 0) {
+            entry.kind = static_cast<std::uint8_t>(kind);
+            entry.tid = static_cast<std::int16_t>(internal::threadId());
+            entry.pid = internal::processId();
+            entry.componentId = component->getComponentId();
+            __atomic_store_n(&entry.inUse, std::uint8_t{1}, __ATOMIC_RELEASE);
+            return;
+        }
+    }
+    trace(point::JournalFull);
+    internal::raise("ComponentLockProvider", "write", "Lack of journal area");
+}
+
+void TreePathLockProvider::eraseJournal(Component* component) {
+    const auto caller = static_cast<std::int16_t>(internal::threadId());
+    const int id = component->getComponentId();
+    for (JournalEntry& entry : table->journal) {
+        if (entry.tid == caller && entry.componentId == id && entry.inUse != 0) {
+            entry.inUse = 0;
+            return;
+        }
+    }
+    trace(point::UnlockNoJournal, id, 0);
+}
+
+void TreePathLockProvider::recoverLock() {
+    unsigned int dead[internal::journalSize];
+    unsigned int count = 0;
+    for (unsigned int i = 0; i < internal::journalSize; ++i) {
+        const JournalEntry& entry = table->journal[i];
+        if (entry.inUse != 0 && !internal::holderLives(entry.pid, entry.tid)) {
+            trace(point::HolderDead, entry.componentId, entry.kind, entry.pid, entry.tid);
+            dead[count++] = i;
+        }
+    }
+    for (unsigned int i = 0; i < count; ++i) {
+        recover(dead[i]);
+    }
+}
+
+/// Takes one dead holder's lock off the table.
+void TreePathLockProvider::recover(unsigned int journalIndex) {
+    JournalEntry& entry = table->journal[journalIndex];
+    if (entry.componentId >= 0 && entry.componentId < maxCount) {
+        Component* const component = Component::getComponent(entry.componentId);
+        enterPath(component);
+        const auto pid = static_cast<short>(entry.pid);
+        const int left = entry.kind == readHere    ? rd_unlock(component, pid, entry.tid)
+                         : entry.kind == writeHere ? wr_unlock(component, pid, entry.tid)
+                                                   : -1;
+        leavePath(component);
+        if (left == 0) {
+            internal::wakeAll(table->condition);
+        }
+        trace(point::HolderRecovered, entry.componentId, entry.kind);
+    }
+    entry.inUse = 0;
+}
+
+} // namespace qz::tavrel
