@@ -1,6 +1,9 @@
 #include "action/RecordingAction.h"
 
 #include <qz/tavrel/Action.h>
+#include <qz/tavrel/Component.h>
+#include <qz/tavrel/ComponentClass.h>
+#include <qz/tavrel/TreeConfig.h>
 
 #include <gtest/gtest.h>
 
@@ -13,6 +16,8 @@
 using qz::tavrel::Action;
 using qz::tavrel::ActionList;
 using qz::tavrel::Component;
+using qz::tavrel::ComponentClass;
+using qz::tavrel::TreeConfig;
 using namespace tavrel::test;
 
 namespace {
@@ -86,6 +91,30 @@ TEST(ActionList, EndsItsRunAtAnActionThatFails) {
     }
 
     EXPECT_EQ(Names{"First"}, log.ran);
+}
+
+TEST(ActionList, PassesAFailureOnToTheCallerOfTheComponent) {
+    ActionLog log;
+    auto* const list = new ActionList;
+    std::vector<Action*> actions{new RecordingAction(log, "First"), new FailingAction,
+                                 new RecordingAction(log, "Third")};
+    list->addAction(actions);
+    auto* const tree = new TreeConfig;
+    Component::setMaxCount(10);
+    Component::setTreeConfig(tree);
+    Component* const target = Component::getComponent(0);
+    tree->writeLock();
+    target->setUp(5, 0);
+    tree->writeUnlock();
+    auto* const ofTarget = new ComponentClass(5);
+    ComponentClass::add(ofTarget);
+    ofTarget->addAction(7, list);
+
+    EXPECT_THROW(target->doAction(7), std::runtime_error);
+
+    EXPECT_EQ(Names{"First"}, log.ran);
+    EXPECT_EQ((std::vector<Call>{{target, 7, nullptr, 0, nullptr, 0}}), log.calls);
+    Component::deleteAll();
 }
 
 TEST(ActionList, PassesOverAnActionThatIsNull) {
