@@ -4,7 +4,8 @@
 
 #include <pthread.h>
 
-#include <map>
+#include <utility>
+#include <vector>
 
 namespace qz::tavrel {
 
@@ -36,8 +37,13 @@ public:
     void clearAll();
 
 private:
+    using Entry = std::pair<int, int>;
+
+    Entry* find(int thread);
+    Entry& findOrMake(int thread);
+
     pthread_mutex_t mutex;
-    std::map<int, int> counts;
+    std::vector<Entry> counts; ///< thread id and count; few, and no memory is given back with an entry
 };
 
 } // namespace qz::tavrel
