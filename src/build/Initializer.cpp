@@ -1,0 +1,78 @@
+#include <qz/tavrel/Component.h>
+#include <qz/tavrel/ComponentClass.h>
+#include <qz/tavrel/Initializer.h>
+#include <qz/tavrel/PropertyLocator.h>
+
+namespace qz::tavrel {
+
+namespace {
+
+constexpr std::size_t bufferSize = 0x10000;
+
+} // namespace
+
+Initializer::Initializer() : AbstractVisitor(true), modifying(false), current(nullptr), buffer(bufferSize) {}
+
+Initializer::~Initializer() = default;
+
+void Initializer::run(bool modify) {
+    modifying = modify;
+    Component::getRoot()->accept(this);
+}
+
+Component* Initializer::getComponent() {
+    return current;
+}
+
+bool Initializer::doBottomUp(Component* component) {
+    current = component;
+    if (modifying) {
+        modifyProperties(component);
+    } else {
+        initProperties(component);
+    }
+    return true;
+}
+
+void Initializer::initProperties(Component* component) {
+    std::vector<int> keys;
+    component->getPropertyKeys(keys);
+    for (const int key : keys) {
+        const unsigned int size = component->getPropertySize(key);
+        if (size > buffer.size()) {
+            buffer.resize(size);
+        }
+        component->setProperty(key, buffer.data(), size);
+    }
+}
+
+void Initializer::modifyProperties(Component* component) {
+    const int id = component->getComponentId();
+    const int type = component->getType();
+    ComponentClass* const found = ComponentClass::get(type);
+    if (found == nullptr) {
+        return;
+    }
+    PropertyLocator* const locator = found->getPropertyLocator();
+    std::vector<int> keys;
+    locator->getPropertyKeys(keys);
+    for (const int key : keys) {
+        PropertyAccessor& accessor = locator->getAccessor(key);
+        const unsigned int stored =
+            accessor.readRaw(id, buffer.data(), static_cast<unsigned int>(buffer.size()));
+        std::vector<unsigned char> data(buffer.data(), buffer.data() + stored);
+        if (modifyProperty(type, key, accessor.getSize(), data)) {
+            accessor.write(id, 0, data.data(), static_cast<unsigned int>(data.size()));
+        }
+    }
+}
+
+bool Initializer::modifyProperty(int, int, unsigned int size, std::vector<unsigned char>& data) {
+    if (data.size() == size) {
+        return false;
+    }
+    data.resize(size);
+    return true;
+}
+
+} // namespace qz::tavrel
