@@ -1,4 +1,5 @@
 #include "base/FileText.h"
+#include "state/Records.h"
 #include "state/RevisionAge.h"
 
 #include <qz/tavrel/TreeConfig.h>
@@ -26,29 +27,14 @@ struct StoredRevision {
 static_assert(sizeof(StoredRevision) == 12 && offsetof(StoredRevision, seconds) == 4 &&
               offsetof(StoredRevision, microseconds) == 8);
 
-template <typename Record>
-bool readRecord(std::istream& stream, Record& record) {
-    return static_cast<bool>(stream.read(reinterpret_cast<char*>(&record), sizeof record));
+std::int32_t readCount(std::istream& stream) {
+    std::int32_t count = 0;
+    return stream.read(reinterpret_cast<char*>(&count), sizeof count) ? count : 0;
 }
 
-template <typename Record>
-void writeRecord(std::ostream& stream, const Record& record) {
-    stream.write(reinterpret_cast<const char*>(&record), sizeof record);
-}
-
-/// Reads a count and as many records as the stream has of it.
-template <typename Record>
-std::vector<Record> readRecords(std::istream& stream) {
-    std::vector<Record> records;
-    std::int32_t count;
-    if (!readRecord(stream, count)) {
-        return records;
-    }
-    Record record;
-    for (std::int32_t i = 0; i < count && readRecord(stream, record); ++i) {
-        records.push_back(record);
-    }
-    return records;
+void writeCount(std::ostream& stream, std::size_t records) {
+    const auto count = static_cast<std::int32_t>(records);
+    stream.write(reinterpret_cast<const char*>(&count), sizeof count);
 }
 
 timeval now() {
@@ -129,25 +115,29 @@ int TreeConfig::History::getRevision(timeval& when) {
 
 std::istream& TreeConfig::History::read(std::istream& stream) {
     revisions.clear();
-    for (const StoredRevision& stored : readRecords<StoredRevision>(stream)) {
+    const std::int32_t revisionCount = readCount(stream);
+    for (const StoredRevision& stored : internal::readRecords<StoredRevision>(stream, revisionCount)) {
         timeval time{};
         time.tv_sec = static_cast<time_t>(stored.seconds);
         time.tv_usec = stored.microseconds;
         revisions.emplace_back(stored.number, time);
     }
-    changes = readRecords<Node>(stream);
+    const std::int32_t changeCount = readCount(stream);
+    changes = internal::readRecords<Node>(stream, changeCount);
     return stream;
 }
 
 std::ostream& TreeConfig::History::write(std::ostream& stream) {
-    writeRecord(stream, static_cast<std::int32_t>(revisions.size()));
-    for (const auto& entry : revisions) {
-        writeRecord(stream, StoredRevision{entry.first, static_cast<std::uint32_t>(entry.second.tv_sec),
-                                           static_cast<std::int32_t>(entry.second.tv_usec)});
+    std::vector<StoredRevision> stored;
+    stored.reserve(revisions.size());
+    for (const auto& [number, time] : revisions) {
+        stored.push_back(
+            {number, static_cast<std::uint32_t>(time.tv_sec), static_cast<std::int32_t>(time.tv_usec)});
     }
-    writeRecord(stream, static_cast<std::int32_t>(changes.size()));
-    stream.write(reinterpret_cast<const char*>(changes.data()),
-                 static_cast<std::streamsize>(changes.size() * sizeof(Node)));
+    writeCount(stream, stored.size());
+    internal::writeRecords(stream, stored);
+    writeCount(stream, changes.size());
+    internal::writeRecords(stream, changes);
     return stream;
 }
 

@@ -1,4 +1,5 @@
 #include "base/Trace.h"
+#include "state/Records.h"
 #include "state/RevisionAge.h"
 
 #include <qz/tavrel/TreeConfig.h>
@@ -54,10 +55,9 @@ std::istream& TreeConfig::NodeConfig::read(std::istream& stream) {
     nodes.clear();
     int stored = 0;
     readValue(stream, stored);
-    int records = 0;
-    Node node;
-    while (records < stored && stream.read(reinterpret_cast<char*>(&node), sizeof node)) {
-        ++records;
+    std::vector<Node> records = internal::readRecords<Node>(stream, stored);
+    nodes.reserve(records.size());
+    for (Node& node : records) {
         node.ntoh();
         if (node.isValid() && node.id < idLimit) {
             nodes.push_back(node);
@@ -65,7 +65,7 @@ std::istream& TreeConfig::NodeConfig::read(std::istream& stream) {
     }
     sortById(nodes);
 
-    const int counted = std::min(stored, records);
+    const int counted = std::min(stored, static_cast<int>(records.size()));
     const int expected = nodes.empty() ? 0 : nodes.back().id + 1;
     if (expected != counted) {
         repair(std::min(std::max(expected, counted), idLimit));
@@ -93,10 +93,11 @@ void TreeConfig::NodeConfig::repair(int end) {
 std::ostream& TreeConfig::NodeConfig::write(std::ostream& stream) {
     unusedNodes.clear();
     writeValue(stream, count());
-    for (Node node : nodes) {
+    std::vector<Node> records = nodes;
+    for (Node& node : records) {
         node.hton();
-        stream.write(reinterpret_cast<const char*>(&node), sizeof node);
     }
+    internal::writeRecords(stream, records);
     return stream;
 }
 
