@@ -1,3 +1,4 @@
+#include "support/FaultText.h"
 #include "support/MemoryDatabase.h"
 #include "support/TraceCapture.h"
 
@@ -21,20 +22,6 @@ constexpr unsigned long readAbsent = 0x30101;
 constexpr unsigned long writeOffset = 0x30102;
 constexpr unsigned long writeEqual = 0x30103;
 constexpr unsigned long writeGap = 0x30104;
-
-/// Expects a fault "FAULT at Database(LINE): FUNCTION() Invalid param." from `call`.
-template <typename Call>
-void expectInvalidParam(const char* function, Call call) {
-    try {
-        call();
-        ADD_FAILURE() << "nothing raised";
-    } catch (const TavrelException& fault) {
-        const std::string text = fault.what();
-        EXPECT_EQ(0U, text.find("FAULT at Database("));
-        const std::string tail = std::string("): ") + function + "() Invalid param.";
-        EXPECT_EQ(tail, text.substr(text.find(')')));
-    }
-}
 
 void expectOne(const TraceCapture& capture, unsigned long id, int flags, const std::vector<int>& arguments) {
     const auto records = capture.of(id);
@@ -150,7 +137,8 @@ TEST(Database, RefusesToReadAtANegativeOffset) {
     const TraceCapture capture;
     char buffer[1];
 
-    expectInvalidParam("readMethod", [&] { store.readMethod(1, 2, -3, buffer, 1); });
+    EXPECT_EQ("FAULT at Database(LINE): readMethod() Invalid param.",
+              faultText([&] { store.readMethod(1, 2, -3, buffer, 1); }));
 
     expectOne(capture, readOffset, errorFlags, {1, 2, -3, 0, 0, 0});
     EXPECT_EQ(0, store.getCalls);
@@ -172,7 +160,8 @@ TEST(Database, RefusesToWriteAtANegativeOffset) {
     MemoryDatabase store;
     const TraceCapture capture;
 
-    expectInvalidParam("writeMethod", [&] { store.writeMethod(1, 2, -3, "x", 1); });
+    EXPECT_EQ("FAULT at Database(LINE): writeMethod() Invalid param.",
+              faultText([&] { store.writeMethod(1, 2, -3, "x", 1); }));
 
     expectOne(capture, writeOffset, errorFlags, {1, 2, -3, 0, 0, 0});
     EXPECT_EQ(0, store.getCalls);
