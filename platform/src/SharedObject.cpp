@@ -1,5 +1,7 @@
 #include "SharedObject.h"
 
+#include "Descriptor.h"
+
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -18,24 +20,6 @@ constexpr char directory[] = "/dev/shm"; // where the C library keeps POSIX shar
 constexpr char temporaryName[] = "/dev/shm/.qz-XXXXXX";
 constexpr mode_t everybody = 0666;
 constexpr int openAttempts = 16; // above one only where somebody keeps removing the object
-
-/// An open descriptor, closed at the end of its scope.
-class [[nodiscard]] Descriptor {
-public:
-    explicit Descriptor(int opened) : descriptor(opened) {}
-    ~Descriptor() {
-        if (descriptor != -1) {
-            close(descriptor);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return descriptor; }
-
-private:
-    int descriptor;
-};
 
 /// The path of a shared memory object.
 class ObjectPath {

@@ -19,7 +19,7 @@ using tavrel::test::Talk;
 
 namespace {
 
-constexpr int mostProcesses = 128;
+constexpr int mostProcesses = 64;
 const std::string lockName = "/load";
 
 /// What the processes of a test share. All of it is touched under the lock alone, but for `killed` and
@@ -159,7 +159,7 @@ TEST(SemaphoreLockUnderLoad, BecomesOneLockWhenManyProcessesMakeItAtOnce) {
 }
 
 TEST(SemaphoreLockUnderLoad, CanBeTakenInChildrenForkedWhileOtherThreadsOpenNames) {
-    constexpr int children = 100;
+    constexpr int children = 50;
     std::atomic<bool> stop = false;
     std::vector<std::thread> threads;
     threads.reserve(3);

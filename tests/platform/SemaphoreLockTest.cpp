@@ -32,7 +32,7 @@ using tavrel::test::writeObject;
 namespace {
 
 constexpr int aMoment = 100;    // milliseconds in which a wrong lock would have let somebody through
-constexpr long mostKills = 250; // where a sanitizer makes the code long
+constexpr long mostKills = 200; // of the instructions of one take, evenly spread
 
 /// The name of the lock that a test has to itself.
 std::string lockName() {
