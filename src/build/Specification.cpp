@@ -45,15 +45,13 @@ bool belongsTo(const std::string& subsection, const Row& row) {
 
 } // namespace
 
-/// Counts a load of one path while it is under way.
+/// Counts a load of one path while it is under way, so that a load that fails leaves no count behind.
 class [[nodiscard]] Specification::LoadCount {
 public:
     explicit LoadCount(const std::string& counted) : path(counted) { ++loadcounter[path]; }
     ~LoadCount() {
-        // A load that failed further down has emptied the map already.
-        const auto found = loadcounter.find(path);
-        if (found != loadcounter.end() && --found->second == 0) {
-            loadcounter.erase(found);
+        if (--loadcounter[path] == 0) {
+            loadcounter.erase(path);
         }
     }
     LoadCount(const LoadCount&) = delete;
@@ -99,7 +97,6 @@ void Specification::load(const std::string& path) {
     std::string content;
     if (!internal::readFile(path, content)) {
         internal::traceText(internal::point::SpecificationNotOpened, path.c_str());
-        loadcounter.clear();
         internal::raise("Specification", "load", "invalid args");
     }
     std::istringstream stream(content);
