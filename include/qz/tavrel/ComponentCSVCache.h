@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>
@@ -187,6 +188,8 @@ public:
     void buildFeature(const std::string& name, std::vector<feature_spec_t>& features);
 
 private:
+    void writeTo(std::FILE* file);
+
     Specification* spec;
     NameResolver* resolver;
     std::vector<std::string> names;
