@@ -2,48 +2,59 @@
 
 #include <qz/util/config/CommaSeparatedValues.h>
 
+#include <string_view>
+
 namespace qz::util::config {
 
 namespace {
 
-constexpr const char* byteOrderMark = "\xef\xbb\xbf";
-constexpr std::size_t byteOrderMarkSize = 3;
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 
-/// Reads the cell that starts at `position` and leaves `position` at the comma behind it or at the end.
-std::string readCell(const std::string& line, std::size_t& position) {
-    const std::size_t first = line.find_first_not_of(" \t", position);
-    if (first == std::string::npos || line[first] != '"') {
-        const std::size_t start = position;
-        position = std::min(line.find(',', start), line.size());
-        return trimmed(line.substr(start, position - start));
-    }
-    std::string cell;
-    std::size_t at = first + 1;
-    while (at < line.size()) {
-        if (line[at] != '"') {
-            cell += line[at++];
-        } else if (at + 1 < line.size() && line[at + 1] == '"') {
-            cell += '"';
-            at += 2;
-        } else {
-            ++at;
-            break;
-        }
-    }
-    // What stands between the closing quote and the comma still belongs to the cell.
-    position = std::min(line.find(',', at), line.size());
-    return trimmed(cell + line.substr(at, position - at));
+/// Takes one cell, up to the next comma or to the end, off the front of `line`.
+std::string takePlainCell(std::string_view& line) {
+    const std::string_view cell = line.substr(0, line.find(','));
+    line.remove_prefix(cell.size());
+    return std::string(platform::trimmed(cell));
 }
 
-std::vector<std::string> readRow(const std::string& line) {
+/// Takes one cell that begins with a double quote. What stands between the quotes is taken as it is; what
+/// follows them up to the comma counts as well, without white space at its end.
+std::string takeQuotedCell(std::string_view& line) {
+    std::string cell;
+    line.remove_prefix(1);
+    while (!line.empty()) {
+        const std::string_view part = line.substr(0, line.find('"'));
+        cell += part;
+        line.remove_prefix(part.size());
+        if (line.substr(0, 2) != "\"\"") {
+            break;
+        }
+        cell += '"';
+        line.remove_prefix(2);
+    }
+    if (!line.empty()) {
+        line.remove_prefix(1);
+    }
+    const std::string_view rest = line.substr(0, line.find(','));
+    cell += platform::trimmedEnd(rest);
+    line.remove_prefix(rest.size());
+    return cell;
+}
+
+std::vector<std::string> cellsOf(std::string_view line) {
     std::vector<std::string> cells;
-    std::size_t position = 0;
-    for (;;) {
-        cells.push_back(readCell(line, position));
-        if (position >= line.size()) {
+    while (true) {
+        const std::string_view start = platform::trimmedStart(line);
+        if (!start.empty() && start.front() == '"') {
+            line = start;
+            cells.push_back(takeQuotedCell(line));
+        } else {
+            cells.push_back(takePlainCell(line));
+        }
+        if (line.empty()) {
             return cells;
         }
-        ++position;
+        line.remove_prefix(1); // the comma
     }
 }
 
@@ -51,15 +62,21 @@ std::vector<std::string> readRow(const std::string& line) {
 
 void CommaSeparatedValues::load(std::istream& stream) {
     rows.clear();
-    std::string line;
-    while (std::getline(stream, line)) {
-        if (rows.empty() && line.compare(0, byteOrderMarkSize, byteOrderMark) == 0) {
-            line.erase(0, byteOrderMarkSize);
+    std::string text;
+    bool first = true;
+    while (std::getline(stream, text)) {
+        std::string_view line = text;
+        if (first && line.substr(0, byteOrderMark.size()) == byteOrderMark) {
+            line.remove_prefix(byteOrderMark.size());
+            if (line.empty() && stream.eof()) {
+                return;
+            }
         }
+        first = false;
         if (!line.empty() && line.back() == '\r') {
-            line.pop_back();
+            line.remove_suffix(1);
         }
-        rows.push_back(readRow(line));
+        rows.push_back(cellsOf(line));
     }
 }
 

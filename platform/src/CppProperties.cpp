@@ -3,39 +3,51 @@
 #include <qz/util/config/CppProperties.h>
 
 #include <fstream>
+#include <utility>
 
 namespace qz::util::config {
 
-CppProperties::CppProperties(bool listInFileOrder) : fileOrder(listInFileOrder) {}
+namespace {
+
+using platform::trimmed;
+
+bool isComment(std::string_view line) {
+    return line.front() == '#' || line.front() == '!';
+}
+
+} // namespace
+
+CppProperties::CppProperties(bool inFileOrder) : fileOrder(inFileOrder) {}
 
 void CppProperties::load(const std::string& path) {
-    std::ifstream file(path);
-    std::string line;
-    while (std::getline(file, line)) {
-        const std::string text = trimmed(line);
-        if (text.empty() || text.front() == '#' || text.front() == '!') {
+    std::ifstream stream(path, std::ios::binary);
+    std::vector<std::pair<std::string, std::string>> read;
+    std::string text;
+    while (std::getline(stream, text)) {
+        const std::string_view line = trimmed(text);
+        const std::size_t split = line.find('=');
+        if (split == std::string_view::npos || split == 0 || isComment(line)) {
             continue;
         }
-        const std::size_t split = text.find('=');
-        if (split == std::string::npos) {
-            continue;
-        }
-        const std::string key = trimmed(text.substr(0, split));
-        if (!key.empty()) {
-            setProperty(key, trimmed(text.substr(split + 1)));
-        }
+        read.emplace_back(platform::trimmedEnd(line.substr(0, split)),
+                          platform::trimmedStart(line.substr(split + 1)));
+    }
+    if (stream.bad()) {
+        return;
+    }
+    for (const auto& [key, value] : read) {
+        setProperty(key, value);
     }
 }
 
 std::string CppProperties::getProperty(const std::string& key) const {
-    const auto found = values.find(key);
-    return found == values.end() ? std::string() : found->second;
+    const auto entry = values.find(key);
+    return entry == values.end() ? std::string() : entry->second;
 }
 
 void CppProperties::setProperty(const std::string& key, const std::string& value) {
-    const auto [entry, isNew] = values.insert_or_assign(key, value);
-    if (isNew) {
-        order.push_back(entry->first);
+    if (values.insert_or_assign(key, value).second) {
+        order.push_back(key);
     }
 }
 
@@ -44,8 +56,8 @@ void CppProperties::getKeys(std::vector<std::string>& keys) const {
         keys.insert(keys.end(), order.begin(), order.end());
         return;
     }
-    for (const auto& [key, value] : values) {
-        keys.push_back(key);
+    for (const auto& entry : values) {
+        keys.push_back(entry.first);
     }
 }
 

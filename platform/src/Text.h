@@ -1,17 +1,25 @@
 #pragma once
 
-#include <string>
+#include <algorithm>
+#include <string_view>
 
-namespace qz::util::config {
+namespace qz::platform {
 
-/// The text without the white space at both ends.
-inline std::string trimmed(const std::string& text) {
-    constexpr const char* whiteSpace = " \t\r\n\v\f";
-    const std::size_t first = text.find_first_not_of(whiteSpace);
-    if (first == std::string::npos) {
-        return {};
-    }
-    return text.substr(first, text.find_last_not_of(whiteSpace) - first + 1);
+constexpr std::string_view whiteSpace = " \t\r\n\v\f";
+
+/// `text` without white space at its end.
+inline std::string_view trimmedEnd(std::string_view text) {
+    return text.substr(0, text.find_last_not_of(whiteSpace) + 1);
 }
 
-} // namespace qz::util::config
+/// `text` without white space at its start.
+inline std::string_view trimmedStart(std::string_view text) {
+    return text.substr(std::min(text.find_first_not_of(whiteSpace), text.size()));
+}
+
+/// `text` without white space at its ends.
+inline std::string_view trimmed(std::string_view text) {
+    return trimmedEnd(trimmedStart(text));
+}
+
+} // namespace qz::platform

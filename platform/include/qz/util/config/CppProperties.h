@@ -17,8 +17,9 @@ namespace qz::util::config {
 class CppProperties {
 public:
     /// Makes an empty set.
-    /// @param fileOrder  true: `getKeys` lists keys in the order of first entry; false: in alphabetical order
-    explicit CppProperties(bool fileOrder = false);
+    /// @param inFileOrder  true: `getKeys` lists keys in the order of first entry; false: in alphabetical
+    /// order
+    explicit CppProperties(bool inFileOrder = false);
 
     /// Adds what the file holds to the set. A file that cannot be read leaves the set as it was.
     void load(const std::string& path);
