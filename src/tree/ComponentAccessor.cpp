@@ -1,5 +1,6 @@
 #include "base/Fault.h"
 #include "base/Trace.h"
+#include "tree/TreeSections.h"
 
 #include <qz/tavrel/Component.h>
 #include <qz/tavrel/ComponentAccessor.h>
@@ -45,7 +46,7 @@ ComponentAccessor::ComponentAccessor(Component* target) : ComponentAccessor() {
     }
     component = target;
     revision = component->getRevision();
-    component->getTreePath(path);
+    notePath();
     available = true;
 }
 
@@ -66,6 +67,13 @@ ComponentAccessor::ComponentAccessor(int id, int wanted) : ComponentAccessor() {
 
 ComponentAccessor::~ComponentAccessor() = default;
 
+/// Takes down the way to the component. The revision of a step may load the tree, so no other thread may read
+/// it meanwhile; `getTreePath` asks for it inside a read section, so the write lock has to come first.
+void ComponentAccessor::notePath() {
+    const internal::AccessSection exclusive(Component::getTreeConfig());
+    component->getTreePath(path);
+}
+
 /// Stands for `target` at `wanted`, or stays dead and reports at `mismatch`.
 void ComponentAccessor::pin(Component* target, int wanted, const TracePoint& mismatch) {
     component = target;
@@ -75,7 +83,7 @@ void ComponentAccessor::pin(Component* target, int wanted, const TracePoint& mis
         return;
     }
     revision = wanted;
-    component->getTreePath(path);
+    notePath();
     available = true;
 }
 
@@ -83,7 +91,7 @@ void ComponentAccessor::pin(Component* target, int wanted, const TracePoint& mis
 void ComponentAccessor::pinAgain() {
     revision = component->getRevision();
     path.clear();
-    component->getTreePath(path);
+    notePath();
 }
 
 void ComponentAccessor::setupAccessor(std::vector<Component*>& in, std::vector<ComponentAccessor>& out) {

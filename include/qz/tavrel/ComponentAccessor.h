@@ -170,6 +170,7 @@ private:
 
     void pin(Component* target, int wanted, const internal::TracePoint& mismatch);
     void pinAgain();
+    void notePath();
 
     bool available;
     Component* component;
