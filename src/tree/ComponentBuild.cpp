@@ -32,7 +32,8 @@ void Component::configure(int type, int number) {
 }
 
 std::string Component::toString() {
-    return "Component[id=" + std::to_string(id) + ",revision=" + std::to_string(getRevision()) +
+    const int current = getRevision(); // loads what type and number are read from
+    return "Component[id=" + std::to_string(id) + ",revision=" + std::to_string(current) +
            ",type=" + std::to_string(getType()) + ",no=" + std::to_string(getNo()) + "]";
 }
 

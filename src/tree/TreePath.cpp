@@ -6,6 +6,8 @@
 #include <qz/tavrel/NameResolver.h>
 #include <qz/tavrel/TreePath.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -95,7 +97,7 @@ void TreePath::fromString(const std::string& text) {
     std::size_t position = 0;
     while ((position = text.find(delimita, position)) != std::string::npos) {
         const std::size_t nameStart = position + 1;
-        const std::size_t bind = text.find(binder, position);
+        const std::size_t bind = text.find(binder, nameStart);
         if (bind == std::string::npos) {
             trace(point::TreePathNoBinder);
             traceText(point::TreePathNoBinderText, text.c_str());
