@@ -20,6 +20,11 @@ namespace {
 
 constexpr int refreshInterval = 100; // milliseconds
 
+/// Numbers wrap at 32 bits.
+int sum(int a, int b) {
+    return static_cast<int>(static_cast<unsigned int>(a) + static_cast<unsigned int>(b));
+}
+
 } // namespace
 
 std::vector<Component*> Component::componentList;
@@ -187,14 +192,14 @@ void Component::setType(int type) {
     int number = 0;
     for (const int sibling : children(config->getSrc(id), true)) {
         if (config->getNodeType(sibling) == type) {
-            number = config->getNodeNumber(sibling) + 1;
+            number = sum(config->getNodeNumber(sibling), 1);
         }
     }
     configure(type, number);
 }
 
 int Component::setUp(int type, int number) {
-    revision = config->setNodeInfo(id, type, number + BASE_COMPO_NUMBER);
+    revision = config->setNodeInfo(id, type, sum(number, BASE_COMPO_NUMBER));
     return revision;
 }
 

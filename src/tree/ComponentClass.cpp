@@ -93,7 +93,8 @@ void ComponentClass::addAction(int id, Action* action) {
 
 Action* ComponentClass::getAction(int id) {
     const auto found = actions.find(id);
-    return found == actions.end() ? NullAction::getInstance() : found->second;
+    const bool isBound = found != actions.end() && found->second != nullptr;
+    return isBound ? found->second : NullAction::getInstance();
 }
 
 void ComponentClass::getActionIds(std::vector<int>& ids) {

@@ -94,6 +94,9 @@ void Component::removeComponent(Component* child) {
 
 bool Component::contains(Component* component) {
     refresh(internal::refreshRead);
+    if (component == nullptr) {
+        return false;
+    }
     const ReadSection section(config);
     const std::vector<int> ids = children(id, false);
     return std::find(ids.begin(), ids.end(), component->id) != ids.end();

@@ -56,24 +56,28 @@ void Component::writeLock() {
 
 /// Opens the write section that a write lock on the root keeps until `writeUnlock`.
 void Component::openTree() {
-    config->writeLock();
-    try {
-        config->lock();
-    } catch (...) {
-        config->writeUnlock();
-        throw;
+    if (config != nullptr) {
+        config->writeLock();
+        try {
+            config->lock();
+        } catch (...) {
+            config->writeUnlock();
+            throw;
+        }
     }
     trace(point::ComponentTreeLocked, id, 0);
 }
 
 void Component::closeTree() {
-    try {
-        config->unlock();
-    } catch (...) {
-        // The lock between processes is free all the same; what was not saved has been traced.
-        trace(point::ComponentWriteUnlockFailed, id, 0);
+    if (config != nullptr) {
+        try {
+            config->unlock();
+        } catch (...) {
+            // The lock between processes is free all the same; what was not saved has been traced.
+            trace(point::ComponentWriteUnlockFailed, id, 0);
+        }
+        config->writeUnlock();
     }
-    config->writeUnlock();
     trace(point::ComponentTreeUnlocked, id, 0);
 }
 

@@ -1,13 +1,12 @@
 #include "base/BigEndian.h"
 #include "base/Trace.h"
+#include "tree/ClassProperties.h"
 #include "tree/RefreshLevel.h"
 #include "tree/TreeSections.h"
 
 #include <qz/tavrel/Action.h>
 #include <qz/tavrel/Component.h>
-#include <qz/tavrel/ComponentClass.h>
 #include <qz/tavrel/GuardSection.h>
-#include <qz/tavrel/PropertyLocator.h>
 
 #include <algorithm>
 #include <exception>
@@ -17,6 +16,7 @@ namespace qz::tavrel {
 namespace point = internal::point;
 using internal::AccessSection;
 using internal::BigEndian;
+using internal::propertiesOf;
 using internal::SharedSection;
 using internal::trace;
 
@@ -41,7 +41,7 @@ void Component::updateForProperty() {
 }
 
 int Component::getProperty(int key, long offset, void* buffer, unsigned int size) {
-    trace(point::ComponentGetProperty, id, key, readLockCount, writeLockCount);
+    trace(point::ComponentGetProperty, id, key, readLockCount.load(), writeLockCount.load());
     const AccessSection section(config);
     updateForProperty();
     const int type = config->getNodeType(id);
@@ -51,9 +51,9 @@ int Component::getProperty(int key, long offset, void* buffer, unsigned int size
         return 0;
     }
     try {
-        return static_cast<int>(found->getPropertyLocator()->readProperty(id, key, offset, buffer, size));
+        return static_cast<int>(propertiesOf(*found).readProperty(id, key, offset, buffer, size));
     } catch (...) {
-        trace(point::ComponentGetPropertyFailed, id, key, readLockCount, writeLockCount);
+        trace(point::ComponentGetPropertyFailed, id, key, readLockCount.load(), writeLockCount.load());
         return 0;
     }
 }
@@ -69,7 +69,7 @@ int Component::getProperty(int key) {
 }
 
 int Component::setProperty(int key, long offset, const void* data, unsigned int size) {
-    trace(point::ComponentSetProperty, id, key, readLockCount, writeLockCount);
+    trace(point::ComponentSetProperty, id, key, readLockCount.load(), writeLockCount.load());
     const AccessSection section(config);
     updateForProperty();
     const int type = config->getNodeType(id);
@@ -79,9 +79,9 @@ int Component::setProperty(int key, long offset, const void* data, unsigned int 
         return 0;
     }
     try {
-        return static_cast<int>(found->getPropertyLocator()->writeProperty(id, key, offset, data, size));
+        return static_cast<int>(propertiesOf(*found).writeProperty(id, key, offset, data, size));
     } catch (...) {
-        trace(point::ComponentSetPropertyFailed, id, key, readLockCount, writeLockCount);
+        trace(point::ComponentSetPropertyFailed, id, key, readLockCount.load(), writeLockCount.load());
         return 0;
     }
 }
@@ -100,14 +100,14 @@ void Component::getPropertyKeys(std::vector<int>& keys) {
     if (found == nullptr) {
         return;
     }
-    found->getPropertyLocator()->getPropertyKeys(keys);
+    propertiesOf(*found).getPropertyKeys(keys);
     keys.erase(std::remove_if(keys.begin(), keys.end(), [](int key) { return key <= lastBoundKey; }),
                keys.end());
 }
 
 unsigned int Component::getPropertySize(int key) {
     ComponentClass* const found = getClass();
-    return found == nullptr ? 0 : found->getPropertyLocator()->getPropertySize(key);
+    return found == nullptr ? 0 : propertiesOf(*found).getPropertySize(key);
 }
 
 void Component::clearProperties() {
@@ -118,9 +118,9 @@ void Component::clearProperties() {
         return;
     }
     try {
-        found->getPropertyLocator()->clearProperties(id);
+        propertiesOf(*found).clearProperties(id);
     } catch (...) {
-        trace(point::ComponentClearFailed, id, readLockCount, writeLockCount);
+        trace(point::ComponentClearFailed, id, readLockCount.load(), writeLockCount.load());
     }
 }
 

@@ -1,10 +1,11 @@
+#include "tree/ClassProperties.h"
+
 #include <qz/tavrel/Component.h>
-#include <qz/tavrel/ComponentClass.h>
 #include <qz/tavrel/ConfigurationWriter.h>
 #include <qz/tavrel/NameResolver.h>
-#include <qz/tavrel/PropertyLocator.h>
 #include <qz/tavrel/ResourceManager.h>
 
+#include <algorithm>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -17,7 +18,7 @@ constexpr std::uint32_t componentLines = 1;
 constexpr std::uint32_t propertyLines = 2;
 
 std::string indentation(std::int32_t depth) {
-    return std::string(static_cast<std::size_t>(depth) * 2, ' ');
+    return std::string(static_cast<std::size_t>(std::max(depth, 0)) * 2, ' ');
 }
 
 } // namespace
@@ -61,12 +62,12 @@ void ConfigurationWriter::writeProperties(Component* component) {
     if (found == nullptr) {
         return;
     }
-    PropertyLocator* const locator = found->getPropertyLocator();
+    PropertyLocator& locator = internal::propertiesOf(*found);
     ResourceManager* const manager = ResourceManager::getInstance();
     std::vector<int> keys;
-    locator->getPropertyKeys(keys);
+    locator.getPropertyKeys(keys);
     for (const int key : keys) {
-        PropertyAccessor& accessor = locator->getAccessor(key);
+        PropertyAccessor& accessor = locator.getAccessor(key);
         Resource* const resource =
             manager->getResource(component->getComponentId(), accessor.getResourceId());
         *stream << indentation(depth) << "  +--- " << Component::getNameResolver()->getPropertyName(key)

@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cstdint>
 #include <istream>
 #include <ostream>
@@ -173,7 +174,7 @@ public:
     /// Locks: a write section, none for null.
     void removeComponent(Component* child);
 
-    /// True if `component` is a child in either relation. Refreshes. Locks: a read section.
+    /// True if `component` is a child in either relation; false for null. Refreshes. Locks: a read section.
     bool contains(Component* component);
 
     /// The owner, null if there is none. Refreshes. Locks: a read section.
@@ -217,6 +218,8 @@ public:
     /// write section that lasts until `writeUnlock`, which freezes the whole tree against all others.
     /// Refreshes.
     /// @throws TavrelException  the provider failed; nothing is held
+    /// @throws what the tree's own lock or load raises, on the root; the component's lock is then held, and
+    /// `writeUnlock` gives it back
     void writeLock();
 
     /// Gives a write lock back; never reports a failure. The same thread as for `writeLock`.
@@ -334,9 +337,9 @@ private:
     void updateForProperty();
 
     int id;
-    int revision;
-    std::uint8_t readLockCount;
-    std::uint8_t writeLockCount;
+    std::atomic<int> revision;
+    std::atomic<std::uint8_t> readLockCount;
+    std::atomic<std::uint8_t> writeLockCount;
 
     static std::vector<Component*> componentList;
     static TreeConfig* config;
