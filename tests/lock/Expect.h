@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <fstream>
+#include <string>
 #include <vector>
 
 namespace tavrel::test {
@@ -37,6 +39,16 @@ void waitUntil(Condition condition) {
     while (!condition()) {
         sched_yield();
     }
+}
+
+/// True if the thread `tid` sleeps in the kernel. Asked about a child that has said what it does next, and
+/// that does nothing else in which it could sleep.
+inline bool isAsleep(pid_t tid) {
+    std::ifstream status("/proc/" + std::to_string(tid) + "/stat");
+    std::string line;
+    std::getline(status, line);
+    const std::size_t name = line.rfind(") ");
+    return name != std::string::npos && line[name + 2] == 'S';
 }
 
 } // namespace tavrel::test

@@ -1,6 +1,7 @@
 #include "lock/KernelStandIn.h"
 
 #include <dlfcn.h>
+#include <pthread.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <unistd.h>
@@ -136,4 +137,12 @@ int shmctl(int id, int command, shmid_ds* state) noexcept {
 int usleep(useconds_t microseconds) {
     return answerOrPass({"usleep", {static_cast<long>(microseconds), 0, 0, 0}, nullptr}, -1, &usleep,
                         microseconds);
+}
+
+int pthread_rwlock_unlock(pthread_rwlock_t* lock) noexcept {
+    const int answer = tavrel::test::standInAnswer({"pthread_rwlock_unlock", {number(lock), 0, 0, 0}, lock});
+    if (answer != 0) {
+        return answer;
+    }
+    return tavrel::test::original<int(pthread_rwlock_t*)>("pthread_rwlock_unlock")(lock);
 }
