@@ -297,9 +297,9 @@ TEST_F(ComponentCSVCacheSaveTest, TellsThatTheDeviceIsFull) {
 TEST_F(ComponentCSVCacheSaveTest, FollowsNoPlantedLink) {
     specify("");
     makeFile("/tmp/victim", "precious");
-    ASSERT_EQ(0, symlink("/tmp/victim", cacheFile));
+    ASSERT_EQ(0, symlink("/tmp/victim", "/tmp/planted"));
 
-    EXPECT_FALSE(writer.save(cacheFile));
+    EXPECT_FALSE(writer.save("/tmp/planted"));
 
     EXPECT_EQ("precious", contentOf("/tmp/victim"));
 }

@@ -334,9 +334,9 @@ TEST(NameResolver, GivesMinusOneForAFileThatCannotBeWritten) {
 TEST(NameResolver, FollowsNoLinkThatSomebodyPlantedInTmp) {
     NameResolver resolver;
     makeFile("/tmp/victim", "precious");
-    ASSERT_EQ(0, symlink("/tmp/victim", namesFile));
+    ASSERT_EQ(0, symlink("/tmp/victim", "/tmp/planted"));
 
-    EXPECT_EQ(-1, resolver.save(namesFile));
+    EXPECT_EQ(-1, resolver.save("/tmp/planted"));
 
     EXPECT_EQ("precious", contentOf("/tmp/victim"));
 }
