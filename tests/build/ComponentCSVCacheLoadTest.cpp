@@ -1,4 +1,5 @@
 #include "build/CacheBytes.h"
+#include "build/Files.h"
 #include "support/ChildProcess.h"
 #include "support/FaultText.h"
 #include "support/TraceCapture.h"

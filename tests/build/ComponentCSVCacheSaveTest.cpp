@@ -1,5 +1,5 @@
 #include "build/CacheBytes.h"
-#include "support/ChildProcess.h"
+#include "build/Files.h"
 #include "support/TraceCapture.h"
 
 #include <qz/tavrel/ComponentCSVCache.h>

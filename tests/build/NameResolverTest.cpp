@@ -1,16 +1,13 @@
+#include "build/Files.h"
 #include "support/TraceCapture.h"
 
 #include <qz/tavrel/NameResolver.h>
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <locale>
 #include <memory>
 #include <sstream>
@@ -39,15 +36,6 @@ std::string textOf(NameResolver& resolver) {
 void readInto(NameResolver& resolver, const std::string& content) {
     std::istringstream text(content);
     resolver.read(text);
-}
-
-std::string contentOf(const std::string& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void makeFile(const std::string& path, const std::string& content) {
-    std::ofstream(path) << content;
 }
 
 /// The text that a record of this process and thread has.

@@ -1,3 +1,4 @@
+#include "build/Files.h"
 #include "support/FaultText.h"
 #include "support/TraceCapture.h"
 
@@ -7,7 +8,6 @@
 
 #include <unistd.h>
 
-#include <fstream>
 #include <memory>
 #include <string>
 #include <utility>
@@ -35,10 +35,6 @@ const std::string chassis = "Chassis\n"                      // row 0
                             "Fan\n"                          // 8
                             "property,RunTime,Speed,2\n"     // 9
                             "action,Reset\n";                // 10
-
-void makeFile(const std::string& path, const std::string& content) {
-    std::ofstream(path) << content;
-}
 
 /// A specification of one file with this content.
 std::unique_ptr<Specification> loaded(const std::string& content) {
