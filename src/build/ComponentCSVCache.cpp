@@ -22,8 +22,8 @@ constexpr const char* quickStart = "PERFORMANCE_1S";
 
 bool ComponentCSVCache::build(Specification* actionSpec, Factory* factory, Builder* builder) {
     internal::trace(internal::point::CacheBuild);
-    const bool hasNoActions = actionSpec == nullptr || actionSpec->empty();
-    const bool leavesActionsOut = std::getenv(quickStart) != nullptr && hasNoActions;
+    const bool leavesActionsOut =
+        std::getenv(quickStart) != nullptr && (actionSpec == nullptr || actionSpec->empty());
     for (ComponentSpec* spec : specs) {
         buildClass(*spec);
         buildProperties(*spec, factory, builder);
