@@ -46,7 +46,7 @@ public:
     unsigned int size() const { return length; }
 
     ValueHeader header() {
-        ValueHeader stored;
+        ValueHeader stored{};
         std::memcpy(&stored, data(), headerSize);
         return {ntohl(stored.revision), ntohl(stored.length)};
     }

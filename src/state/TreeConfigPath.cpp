@@ -3,6 +3,8 @@
 #include <qz/tavrel/TreeConfig.h>
 #include <qz/tavrel/TreePath.h>
 
+#include <algorithm>
+
 namespace qz::tavrel {
 
 // The node as the history has it; else the present one, unless it has changed since.
@@ -29,8 +31,9 @@ bool TreeConfig::getTreePath(int wanted, int id, TreePath& path) {
         next = node.parent;
     } while (next != -1);
 
-    for (auto node = way.rbegin(); node != way.rend(); ++node) {
-        path.add(node->type, node->number);
+    std::reverse(way.begin(), way.end());
+    for (const Node& node : way) {
+        path.add(node.type, node.number);
     }
     return true;
 }
