@@ -8,6 +8,7 @@
 
 namespace {
 
+std::atomic<bool> missing{false};
 std::atomic<bool> stopped{false};
 std::atomic<std::uint64_t> stoppedAt{0};
 
@@ -19,7 +20,7 @@ std::uint64_t running() {
 } // namespace
 
 bool ClockCounter::isAvail() const {
-    return true;
+    return !missing;
 }
 
 std::uint64_t ClockCounter::getCounter() const {
@@ -43,6 +44,14 @@ StoppedClock::~StoppedClock() {
 
 void StoppedClock::advance(int milliseconds) {
     stoppedAt += static_cast<std::uint64_t>(milliseconds);
+}
+
+MissingClock::MissingClock() {
+    missing = true;
+}
+
+MissingClock::~MissingClock() {
+    missing = false;
 }
 
 } // namespace tavrel::test

@@ -16,4 +16,13 @@ public:
     void advance(int milliseconds);
 };
 
+/// Lets the clock be one that cannot be read, as long as it lives.
+class MissingClock {
+public:
+    MissingClock();
+    ~MissingClock();
+    MissingClock(const MissingClock&) = delete;
+    MissingClock& operator=(const MissingClock&) = delete;
+};
+
 } // namespace tavrel::test
