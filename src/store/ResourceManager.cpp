@@ -10,11 +10,15 @@ using internal::MutexGuard;
 
 namespace {
 
-/// Unlocks a store; giving up a lock never raises.
-void unlockQuietly(Resource* resource) {
-    try {
-        resource->unlock();
-    } catch (...) { // NOLINT(bugprone-empty-catch)
+/// Unlocks the stores of a range of entries, the last one first; giving up a lock never raises.
+template <typename Iterator>
+void unlockBackwards(Iterator begin, Iterator end) {
+    while (end != begin) {
+        --end;
+        try {
+            end->second.second->unlock();
+        } catch (...) { // NOLINT(bugprone-empty-catch)
+        }
     }
 }
 
@@ -25,7 +29,7 @@ ResourceManager* ResourceManager::getInstance() {
     return instance;
 }
 
-ResourceManager::ResourceManager() : generation(0) {
+ResourceManager::ResourceManager() : mutex{}, generation(0) {
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);
     pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
@@ -135,9 +139,7 @@ void ResourceManager::lock() {
             each->second.second->lock();
         }
     } catch (...) {
-        while (each != resources.begin()) {
-            unlockQuietly((--each)->second.second);
-        }
+        unlockBackwards(resources.begin(), each);
         lockCount.down();
         throw;
     }
@@ -151,9 +153,7 @@ void ResourceManager::unlock() {
         return;
     }
     if (depth == 1) {
-        for (auto each = resources.rbegin(); each != resources.rend(); ++each) {
-            unlockQuietly(each->second.second);
-        }
+        unlockBackwards(resources.begin(), resources.end());
         pthread_mutex_unlock(&mutex);
     }
     lockCount.down();
