@@ -40,7 +40,7 @@ void BMCRelationalDB::dbfile_load() {
 
 /// True if the record that `entry` was taken from still stands in the file, with the same length.
 bool BMCRelationalDB::isCurrent(const std::string& key, const ndb_t& entry) const {
-    ndb_t record;
+    ndb_t record{};
     std::memcpy(&record, base + entry.recordOffset, headerSize);
     char keyField[keySize]{};
     key.copy(keyField, keySize);
