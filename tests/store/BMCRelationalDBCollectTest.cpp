@@ -75,8 +75,7 @@ TEST_F(FileStoreCompaction, ComesBeforeAWrite) {
 
     store.setValue("t", "new");
 
-    EXPECT_EQ(1U, capture.count(0xA0401));
-    EXPECT_EQ((std::vector<int>{fruLimit, fruLimit}), capture.of(0xA0401)[0].arguments());
+    expectWords(capture, 0xA0401, debugFlags, {fruLimit, fruLimit});
     EXPECT_EQ(1U, capture.count(0xA0900));
     EXPECT_EQ(1U, capture.count(0xA090F));
     EXPECT_EQ(1U, tombstonesOf(fruPath));
@@ -90,8 +89,7 @@ TEST_F(FileStoreCompaction, ComesBeforeARead) {
 
     EXPECT_EQ("t", valueOf(store, "t"));
 
-    EXPECT_EQ(1U, capture.count(0xA0301));
-    EXPECT_EQ((std::vector<int>{fruLimit, fruLimit}), capture.of(0xA0301)[0].arguments());
+    expectWords(capture, 0xA0301, debugFlags, {fruLimit, fruLimit});
     EXPECT_EQ(0U, capture.count(0xA0302));
 }
 
@@ -142,8 +140,7 @@ TEST_F(FileStoreCompaction, LeavesAFileWithoutLiveRecordsToBeReloadedUntilTheNex
     {
         const TraceCapture capture;
         valueOf(store, "a");
-        EXPECT_EQ(1U, capture.count(0xA0302));
-        EXPECT_EQ((std::vector<int>{0, 16}), capture.of(0xA0302)[0].arguments());
+        expectWords(capture, 0xA0302, debugFlags, {0, 16});
     }
     store.setValue("a", "1234");
 
@@ -162,8 +159,7 @@ TEST_F(FileStoreCompaction, FailsWithoutMemoryAndLeavesTheFile) {
 
     expectFault("garbage_collect", "Buffer Allocation failed.", [&] { valueOf(store, "t"); });
 
-    EXPECT_EQ(1U, capture.count(0xA0901));
-    EXPECT_EQ(debugFlags, capture.of(0xA0901)[0].flags);
+    expectWords(capture, 0xA0901, debugFlags, {0, 0});
     EXPECT_EQ(0U, capture.count(0xA090F));
     EXPECT_EQ(before, bytesOf(fruPath));
     kernel.refusesArray = nullptr;

@@ -152,8 +152,7 @@ TEST_F(FileStoreDamage, ReloadsWhenARecordHasBecomeLongerUnderAnOpenStore) {
 
     EXPECT_EQ("(absent)", valueOf(store, "second"));
 
-    EXPECT_EQ(1U, capture.count(0xA0311));
-    EXPECT_EQ((std::vector<int>{static_cast<int>(second), 0}), capture.of(0xA0311)[0].arguments());
+    expectWords(capture, 0xA0311, debugFlags, {second, 0});
     EXPECT_EQ(1U, capture.count(0xA0312));
 }
 

@@ -69,13 +69,6 @@ protected:
         };
     }
 
-    static void expectOne(const TraceCapture& capture, unsigned long id, const std::vector<int>& arguments) {
-        const auto records = capture.of(id);
-        ASSERT_EQ(1U, records.size()) << std::hex << id;
-        EXPECT_EQ(debugFlags, records[0].flags);
-        EXPECT_EQ(arguments, records[0].arguments());
-    }
-
     BMCRelationalDB store;
 };
 
@@ -203,7 +196,7 @@ TEST_F(FileStoreOpening, TracesThatNoGrowthIsNeeded) {
 
     store.initialize("SETUP");
 
-    expectOne(capture, 0xA0A02, {static_cast<int>(setupSize), 0});
+    expectWords(capture, 0xA0A02, debugFlags, {static_cast<int>(setupSize), 0});
     EXPECT_EQ(1U, capture.count(0xA0A0F));
 }
 
@@ -213,7 +206,7 @@ TEST_F(FileStoreOpening, FailsOnAFileThatCannotBeMade) {
 
     expectFault("initialize", "dbfile open failed", [&] { store.initialize("SETUP"); });
 
-    expectOne(capture, 0xA0501, {ENOENT, 0});
+    expectWords(capture, 0xA0501, debugFlags, {ENOENT, 0});
     EXPECT_EQ(1U, capture.count(0xA050F));
     EXPECT_EQ(0U, capture.count(0xA020F));
 }
@@ -224,7 +217,7 @@ TEST_F(FileStoreOpening, FailsOnAFileThatCannotBeOpened) {
 
     expectFault("initialize", "dbfile open failed", [&] { store.initialize("SETUP"); });
 
-    expectOne(capture, 0xA0504, {EISDIR, 0});
+    expectWords(capture, 0xA0504, debugFlags, {EISDIR, 0});
     fs::remove(setupPath);
 }
 
@@ -234,7 +227,7 @@ TEST_F(FileStoreOpening, RemovesANewFileWithoutMemoryForABlock) {
 
     expectFault("initialize", "dbfile open failed", [&] { store.initialize("SETUP"); });
 
-    expectOne(capture, 0xA0502, {0, 0});
+    expectWords(capture, 0xA0502, debugFlags, {0, 0});
     EXPECT_FALSE(fs::exists(setupPath));
     EXPECT_EQ(-1, descriptorOf(std::string(setupPath) + " (deleted)"));
 }
@@ -246,7 +239,7 @@ TEST_F(FileStoreOpening, RemovesANewFileThatCannotBeFilled) {
 
         expectFault("initialize", "dbfile open failed", [&] { store.initialize("SETUP"); });
 
-        expectOne(capture, 0xA0503, {ENOSPC, 0});
+        expectWords(capture, 0xA0503, debugFlags, {ENOSPC, 0});
         EXPECT_FALSE(fs::exists(setupPath));
         EXPECT_EQ(-1, descriptorOf(std::string(setupPath) + " (deleted)"));
     }
@@ -265,7 +258,7 @@ TEST_F(FileStoreOpening, ClosesAFileThatCannotBeMapped) {
 
     expectFault("initialize", "dbfile open failed", [&] { second.initialize("SETUP"); });
 
-    expectOne(capture, 0xA0505, {ENOMEM, 0});
+    expectWords(capture, 0xA0505, debugFlags, {ENOMEM, 0});
     EXPECT_EQ(std::vector<int>{others}, descriptorsOf(setupPath));
 }
 
@@ -280,7 +273,7 @@ TEST_F(FileStoreOpening, FailsWhenTheFileSizeIsUnknown) {
 
     expectFault("size_adjust", "File Info Get failed.", [&] { second.initialize("SETUP"); });
 
-    expectOne(capture, 0xA0A01, {EIO, 0});
+    expectWords(capture, 0xA0A01, debugFlags, {EIO, 0});
     EXPECT_EQ(0U, capture.count(0xA0A0F));
 }
 
@@ -291,7 +284,7 @@ TEST_F(FileStoreOpening, FailsToGrowAFileWithoutMemoryForABlock) {
 
     expectFault("size_adjust", "Buffer Allocation failed.", [&] { store.initialize("SETUP"); });
 
-    expectOne(capture, 0xA0A03, {0, 0});
+    expectWords(capture, 0xA0A03, debugFlags, {0, 0});
     EXPECT_EQ(blockSize, bytesOf(setupPath).size());
     EXPECT_EQ(-1, descriptorOf(setupPath));
 }
@@ -303,7 +296,7 @@ TEST_F(FileStoreOpening, FailsToGrowAFileWhoseEndIsElsewhere) {
 
     expectFault("size_adjust", "File Seek failed.", [&] { store.initialize("SETUP"); });
 
-    expectOne(capture, 0xA0A04, {5, static_cast<int>(blockSize)});
+    expectWords(capture, 0xA0A04, debugFlags, {5, static_cast<int>(blockSize)});
     EXPECT_EQ(blockSize, bytesOf(setupPath).size());
     EXPECT_EQ(-1, descriptorOf(setupPath));
 }
@@ -316,7 +309,7 @@ TEST_F(FileStoreOpening, FailsToGrowAFileOnAShortWrite) {
 
         expectFault("size_adjust", "File Extend Write failed.", [&] { store.initialize("SETUP"); });
 
-        expectOne(capture, 0xA0A05, {ENOSPC, 0});
+        expectWords(capture, 0xA0A05, debugFlags, {ENOSPC, 0});
         EXPECT_EQ(-1, descriptorOf(setupPath));
     }
 }
@@ -368,7 +361,7 @@ TEST_F(FileStoreOpening, TracesItsLifeFromEntryToExit) {
     EXPECT_EQ((std::vector<unsigned long>{0xA0000, 0xA000F, 0xA0200, 0xA0201, 0xA0500, 0xA050F, 0xA0600,
                                           0xA060F, 0xA020F, 0xA0100, 0xA010F}),
               ids);
-    EXPECT_EQ((std::vector<int>{2, 0}), capture.of(0xA0201)[0].arguments());
+    expectWords(capture, 0xA0201, debugFlags, {2, 0});
 }
 
 } // namespace

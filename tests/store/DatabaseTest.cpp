@@ -1,6 +1,6 @@
 #include "support/FaultText.h"
 #include "support/MemoryDatabase.h"
-#include "support/TraceCapture.h"
+#include "support/TraceExpect.h"
 
 #include <qz/tavrel/QZException.h>
 
@@ -22,13 +22,6 @@ constexpr unsigned long readAbsent = 0x30101;
 constexpr unsigned long writeOffset = 0x30102;
 constexpr unsigned long writeEqual = 0x30103;
 constexpr unsigned long writeGap = 0x30104;
-
-void expectOne(const TraceCapture& capture, unsigned long id, int flags, const std::vector<int>& arguments) {
-    const auto records = capture.of(id);
-    ASSERT_EQ(1U, records.size());
-    EXPECT_EQ(flags, records[0].flags);
-    EXPECT_EQ(arguments, records[0].arguments());
-}
 
 TEST(Database, MakesATextKeyOfKeyAndSubkey) {
     EXPECT_EQ("tavrel4", Database::toKey(4, 0));
@@ -92,7 +85,7 @@ TEST(Database, ReadsNothingPastTheEndAndStaysValid) {
 
     EXPECT_EQ(0U, result);
     EXPECT_TRUE(store.isValid());
-    expectOne(capture, readAbsent, errorFlags, {1, 2, 4, 0, 0, 0});
+    expectWords(capture, readAbsent, errorFlags, {1, 2, 4, 0, 0, 0});
 }
 
 TEST(Database, ReadsNothingOfAnAbsentKeyAndStaysValid) {
@@ -118,7 +111,7 @@ TEST(Database, TakesOutOfRangeFromAStoreForAnAbsentValueInARead) {
 
     EXPECT_EQ(0U, result);
     EXPECT_TRUE(store.isValid());
-    expectOne(capture, readAbsent, errorFlags, {1, 2, 0, 0, 0, 0});
+    expectWords(capture, readAbsent, errorFlags, {1, 2, 0, 0, 0, 0});
 }
 
 TEST(Database, PassesOtherExceptionsOfAStoreOnInARead) {
@@ -140,7 +133,7 @@ TEST(Database, RefusesToReadAtANegativeOffset) {
     EXPECT_EQ("FAULT at Database(LINE): readMethod() Invalid param.",
               faultText([&] { store.readMethod(1, 2, -3, buffer, 1); }));
 
-    expectOne(capture, readOffset, errorFlags, {1, 2, -3, 0, 0, 0});
+    expectWords(capture, readOffset, errorFlags, {1, 2, -3, 0, 0, 0});
     EXPECT_EQ(0, store.getCalls);
 }
 
@@ -163,7 +156,7 @@ TEST(Database, RefusesToWriteAtANegativeOffset) {
     EXPECT_EQ("FAULT at Database(LINE): writeMethod() Invalid param.",
               faultText([&] { store.writeMethod(1, 2, -3, "x", 1); }));
 
-    expectOne(capture, writeOffset, errorFlags, {1, 2, -3, 0, 0, 0});
+    expectWords(capture, writeOffset, errorFlags, {1, 2, -3, 0, 0, 0});
     EXPECT_EQ(0, store.getCalls);
     EXPECT_EQ(0, store.setCalls);
 }
@@ -229,7 +222,7 @@ TEST(Database, FillsTheGapBeforeAWriteBeyondTheEndWithZeros) {
 
     EXPECT_EQ(2U, result);
     EXPECT_EQ(std::string("ab\0\0\0xy", 7), store.values["tavrel1.2"]);
-    expectOne(capture, writeGap, infoFlags, {1, 2, 2, 7, 0, 0});
+    expectWords(capture, writeGap, infoFlags, {1, 2, 2, 7, 0, 0});
 }
 
 TEST(Database, DoesNotStoreBytesThatAreThereAlready) {
@@ -242,7 +235,7 @@ TEST(Database, DoesNotStoreBytesThatAreThereAlready) {
     EXPECT_EQ(2U, result);
     EXPECT_EQ(1, store.getCalls);
     EXPECT_EQ(0, store.setCalls);
-    expectOne(capture, writeEqual, debugFlags, {1, 2});
+    expectWords(capture, writeEqual, debugFlags, {1, 2});
 }
 
 TEST(Database, TakesAFaultOfAStoreForAnAbsentValueInAWrite) {

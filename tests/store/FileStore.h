@@ -1,7 +1,7 @@
 #pragma once
 
 #include "KernelStandIns.h"
-#include "support/TraceCapture.h"
+#include "support/TraceExpect.h"
 
 #include <qz/tavrel/BMCRelationalDB.h>
 

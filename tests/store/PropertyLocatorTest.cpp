@@ -1,6 +1,6 @@
 #include "SmallTree.h"
 #include "support/FaultText.h"
-#include "support/TraceCapture.h"
+#include "support/TraceExpect.h"
 
 #include <qz/tavrel/PropertyLocator.h>
 #include <qz/tavrel/ResourceManager.h>
@@ -36,15 +36,6 @@ protected:
 
     /// Lets "spare" stand in place of "db" for the component.
     void redirect() { manager->addRedirection("/Root#0/Part#0", dbId, spareId); }
-
-    void expectOnlyRefusal(const TraceCapture& capture, unsigned long id,
-                           const std::vector<int>& words) const {
-        const auto records = capture.of(id);
-        ASSERT_EQ(1U, records.size());
-        EXPECT_EQ(errorFlags, records[0].flags);
-        EXPECT_EQ(words, records[0].arguments());
-        EXPECT_EQ(0, db->lockCalls);
-    }
 
     SmallTree tree;
     ResourceManager* manager = ResourceManager::getInstance();
@@ -124,7 +115,8 @@ TEST_F(Locator, RefusesAnOffsetBelow0) {
     EXPECT_EQ("FAULT at PropertyLocator(LINE): getSize() Invalid param.",
               faultText([&] { locator.readProperty(component, moving, -1, buffer, 1); }));
 
-    expectOnlyRefusal(capture, 0x20201, {-1, 0});
+    expectWords(capture, 0x20201, errorFlags, {-1, 0});
+    EXPECT_EQ(0, db->lockCalls);
 }
 
 TEST_F(Locator, RefusesAnOffsetAtTheEndOfTheProperty) {
@@ -133,7 +125,8 @@ TEST_F(Locator, RefusesAnOffsetAtTheEndOfTheProperty) {
     EXPECT_EQ("FAULT at PropertyLocator(LINE): getSize() Invalid param.",
               faultText([&] { locator.readProperty(component, moving, 4, buffer, 1); }));
 
-    expectOnlyRefusal(capture, 0x20202, {4, 4});
+    expectWords(capture, 0x20202, errorFlags, {4, 4});
+    EXPECT_EQ(0, db->lockCalls);
 }
 
 TEST_F(Locator, RefusesToWriteAtABadOffset) {
@@ -290,9 +283,7 @@ TEST_F(Locator, RefusesAnUnknownKey) {
     const std::string text = "FAULT at PropertyLocator(LINE): getAccessor() Invalid key.";
 
     EXPECT_EQ(text, faultText([&] { locator.getAccessor(77); }));
-    EXPECT_EQ(1U, capture.count(0x20200));
-    EXPECT_EQ(errorFlags, capture.of(0x20200)[0].flags);
-    EXPECT_EQ((std::vector<int>{77, 0}), capture.of(0x20200)[0].arguments());
+    expectWords(capture, 0x20200, errorFlags, {77, 0});
 
     EXPECT_EQ(text, faultText([&] { locator.readProperty(component, 77, 0, buffer, 1); }));
     EXPECT_EQ(text, faultText([&] { locator.writeProperty(component, 77, 0, buffer, 1); }));
