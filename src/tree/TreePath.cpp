@@ -41,6 +41,18 @@ void writeField(std::ostream& stream, std::int32_t value) {
     stream.write(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
+// A process that is being torn down has a tree without names for a moment, and listeners that ask for paths.
+
+int typeOf(const std::string& name) {
+    NameResolver* const names = Component::getNameResolver();
+    return names == nullptr ? 0 : names->getComponentType(name);
+}
+
+std::string nameOf(int type) {
+    NameResolver* const names = Component::getNameResolver();
+    return names == nullptr ? std::string() : names->getComponentName(type);
+}
+
 } // namespace
 
 char TreePath::delimita = '/';
@@ -106,8 +118,7 @@ void TreePath::fromString(const std::string& text) {
         }
         position = std::min(text.find_first_not_of("0123456789", bind + 1), text.size());
         const std::string digits = text.substr(bind + 1, position - (bind + 1));
-        const int type =
-            Component::getNameResolver()->getComponentType(text.substr(nameStart, bind - nameStart));
+        const int type = typeOf(text.substr(nameStart, bind - nameStart));
         const int number = internal::decimal(digits);
         if (number < 0) {
             trace(point::TreePathBadNumber);
@@ -125,7 +136,7 @@ std::string TreePath::toString() {
     std::string text;
     for (const auto& [type, number] : steps) {
         text += delimita;
-        text += Component::getNameResolver()->getComponentName(type);
+        text += nameOf(type);
         text += binder;
         text += std::to_string(number);
     }
