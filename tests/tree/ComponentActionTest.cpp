@@ -8,8 +8,6 @@ using namespace qz::tavrel;
 
 namespace {
 
-using Words = std::vector<int>;
-
 constexpr int runId = 7;
 constexpr int failId = 8;
 

@@ -3,7 +3,6 @@
 
 #include <qz/tavrel/PropertyLocator.h>
 #include <qz/tavrel/ResourceManager.h>
-#include <qz/tavrel/TreePath.h>
 
 using namespace tavrel::test;
 using namespace qz::tavrel;

@@ -12,9 +12,6 @@ namespace {
 
 using ComponentIdentity = TreeTest;
 
-const std::string invalidId = "FAULT at Component(LINE): getComponent() invalid id in getComponent.";
-const std::string changed = "FAULT at Component(LINE): update() rev changed.";
-
 } // namespace
 
 // --- ids ---
@@ -253,7 +250,7 @@ TEST_F(ComponentIdentity, RaisesOnceForEachChange) {
     const int after = changeElsewhere(4, board, 8);
     const TraceCapture trace;
 
-    EXPECT_EQ(changed, faultText([] { at(4)->update(); }));
+    EXPECT_EQ(revisionChanged, faultText([] { at(4)->update(); }));
     EXPECT_EQ("nothing raised", faultText([] { at(4)->update(); }));
 
     const auto records = trace.of(0x2011a);
@@ -261,7 +258,7 @@ TEST_F(ComponentIdentity, RaisesOnceForEachChange) {
     EXPECT_EQ(infoFlags, records[0].flags);
     EXPECT_EQ((std::vector<int>{4, before, after, 0, 0, 0}), records[0].arguments());
     changeElsewhere(4, board, 9);
-    EXPECT_EQ(changed, faultText([] { at(4)->update(); }));
+    EXPECT_EQ(revisionChanged, faultText([] { at(4)->update(); }));
 }
 
 TEST_F(ComponentIdentity, RaisesAnUnavailableComponent) {

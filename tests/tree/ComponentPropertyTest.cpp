@@ -10,8 +10,6 @@ using namespace qz::tavrel;
 
 namespace {
 
-using Words = std::vector<int>;
-
 /// A table of properties that raises what it is told to.
 class FailingLocator : public PropertyLocator {
 public:
@@ -61,8 +59,6 @@ protected:
         return TreeFixture::add(root, special);
     }
 };
-
-const std::string changed = "FAULT at Component(LINE): update() rev changed.";
 
 } // namespace
 
@@ -247,13 +243,13 @@ TEST_F(ComponentProperty, RefusesAChangedNodeOnceAndTouchesNoStore) {
     changeElsewhere(4, board, 8);
     const int sets = store->setCalls;
 
-    EXPECT_EQ(changed, faultText([&] { at(4)->setProperty(speedKey, 5); }));
+    EXPECT_EQ(revisionChanged, faultText([&] { at(4)->setProperty(speedKey, 5); }));
     EXPECT_EQ(sets, store->setCalls);
     EXPECT_EQ(0, config->accessDepth());
     EXPECT_EQ(4, at(4)->setProperty(speedKey, 5));
 
     changeElsewhere(4, board, 9);
-    EXPECT_EQ(changed, faultText([&] { at(4)->getProperty(speedKey); }));
+    EXPECT_EQ(revisionChanged, faultText([&] { at(4)->getProperty(speedKey); }));
     EXPECT_EQ(0, config->accessDepth());
     EXPECT_EQ(5, at(4)->getProperty(speedKey));
 }

@@ -2,8 +2,6 @@
 
 #include "TreeTest.h"
 
-#include <qz/tavrel/TreePath.h>
-
 namespace tavrel::test {
 
 enum class Section {

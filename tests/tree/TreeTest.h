@@ -8,6 +8,8 @@
 #include "support/TraceCapture.h"
 #include "support/TreeFixture.h"
 
+#include <qz/tavrel/TreePath.h>
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -20,9 +22,23 @@ namespace tavrel::test {
 
 using Ids = std::vector<int>;
 using Components = std::vector<qz::tavrel::Component*>;
+using Steps = std::vector<std::pair<int, int>>;
+using Words = std::vector<int>; ///< of a trace record, behind process and thread
 
 constexpr int owned = 0;
 constexpr int shared = 1;
+
+inline const std::string invalidId = "FAULT at Component(LINE): getComponent() invalid id in getComponent.";
+inline const std::string revisionChanged = "FAULT at Component(LINE): update() rev changed.";
+
+inline Steps stepsOf(qz::tavrel::TreePath& path) {
+    Steps steps;
+    for (int i = 0; i < path.getPathCount(); ++i) {
+        const auto index = static_cast<unsigned int>(i);
+        steps.emplace_back(path.getTypeAt(index), path.getNumberAt(index));
+    }
+    return steps;
+}
 
 /// A tree that tells what it is asked for, and can be told to raise.
 class RecordingTree : public qz::tavrel::TreeConfig {
@@ -109,6 +125,18 @@ protected:
         }
         return ids;
     }
+
+    static Ids childrenOf(int id) { return TreeFixture::children(at(id)); }
+    static Ids allChildrenOf(int id) { return TreeFixture::children(at(id), false); }
+
+    static Ids parentsOf(int id) {
+        Components out;
+        at(id)->getParents(out);
+        return idsOf(out);
+    }
+
+    /// Adds a child of a type whose class makes no children, or of no class.
+    static int addLeaf(int parent, int type) { return TreeFixture::add(at(parent), type)->getComponentId(); }
 
     /// Changes a node behind the back of its component, as another process would.
     int changeElsewhere(int id, int type, int number) {
