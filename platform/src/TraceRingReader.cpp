@@ -68,20 +68,25 @@ TraceRingReader::~TraceRingReader() {
 std::vector<TraceRecord> TraceRingReader::read() {
     std::vector<TraceRecord> records;
     const std::uint32_t next = ring->next.load(std::memory_order_relaxed);
-    for (std::size_t i = 0; i < seen.size(); ++i) {
-        const TraceSlot& slot = ring->slots[i];
+    for (std::uint32_t i = 0; i < traceSlotCount; ++i) {
+        const std::uint32_t place = (next + i) % traceSlotCount; // the slot of the oldest record comes first
+        const TraceSlot& slot = ring->slots[place];
         const std::uint32_t state = slot.state.load(std::memory_order_acquire);
         TraceRecord record{};
-        if ((state & traceWritten) != 0 && (state & traceBusy) == 0 && state != seen[i] &&
+        if ((state & traceWritten) != 0 && (state & traceBusy) == 0 && state != seen[place] &&
             copy(slot, state, record)) {
-            seen[i] = state;
+            seen[place] = state;
             records.push_back(record);
         }
     }
     // Tickets wrap: what counts is the distance from the next one.
-    std::sort(records.begin(), records.end(), [next](const TraceRecord& left, const TraceRecord& right) {
+    const auto isOlder = [next](const TraceRecord& left, const TraceRecord& right) {
         return static_cast<std::int32_t>(left.ticket - next) < static_cast<std::int32_t>(right.ticket - next);
-    });
+    };
+    // Out of order only where writers have gone on meanwhile or passed a slot by.
+    if (!std::is_sorted(records.begin(), records.end(), isOlder)) {
+        std::sort(records.begin(), records.end(), isOlder);
+    }
     return records;
 }
 

@@ -26,13 +26,13 @@ using tavrel::test::objectNames;
 using tavrel::test::objectPath;
 using tavrel::test::Step;
 using tavrel::test::SteppedProcess;
+using tavrel::test::strideOver;
 using tavrel::test::Talk;
 using tavrel::test::writeObject;
 
 namespace {
 
-constexpr int aMoment = 100;    // milliseconds in which a wrong lock would have let somebody through
-constexpr long mostKills = 200; // of the instructions of one take, evenly spread
+constexpr int aMoment = 100; // milliseconds in which a wrong lock would have let somebody through
 
 /// The name of the lock that a test has to itself.
 std::string lockName() {
@@ -201,7 +201,7 @@ TEST(SemaphoreLock, SurvivesAHolderKilledAtAnyInstruction) {
     take(name);
     const auto body = [&] { take(name); };
     const long total = SteppedProcess::count(Step::Instruction, body);
-    const long stride = std::max(1L, total / mostKills);
+    const long stride = strideOver(total);
 
     for (long steps = 0; steps <= total; steps += stride) {
         SteppedProcess holder(body);
@@ -221,7 +221,7 @@ TEST(SemaphoreLock, WakesAWaiterWhereverInTheReleaseItsHolderIsKilled) {
     SteppedProcess whole(body);
     whole.runToStop();
     const long total = whole.countToStop(Step::Instruction);
-    const long stride = std::max(1L, total / mostKills);
+    const long stride = strideOver(total);
 
     for (long steps = 0; steps <= total; steps += stride) {
         SteppedProcess holder(body);

@@ -6,7 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -107,6 +109,11 @@ long SteppedProcess::countToStop(Step step) {
     }
     EXPECT_NE(-1, child) << "ended with " << exitCode;
     return steps;
+}
+
+long strideOver(long total) {
+    constexpr std::int64_t most = 100000;
+    return std::max(1L, static_cast<long>(std::int64_t{total} * total / (2 * most)));
 }
 
 long SteppedProcess::count(Step step, const std::function<void()>& body) {

@@ -51,4 +51,9 @@ private:
     int exitCode = 0;
 };
 
+/// Distance from one point to the next for a test that walks to points all over a body of `total` steps, each
+/// time from the start: every step of a short body, and never more than some 100000 steps in all, which is
+/// seconds.
+long strideOver(long total);
+
 } // namespace tavrel::test

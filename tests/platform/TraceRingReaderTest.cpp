@@ -1,5 +1,6 @@
 #include "TraceRingFixture.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
@@ -79,6 +80,31 @@ TEST_F(TraceRingReading, GivesARecordOnceItsWriterHasFinishedIt) {
     EXPECT_EQ(1U, before[0].entry.traceId);
     ASSERT_EQ(1U, after.size());
     EXPECT_EQ(0U, after[0].entry.traceId);
+}
+
+TEST_F(TraceRingReading, PutsARecordThatWritersPassedByWhereItBelongs) {
+    inChild([] {
+        for (unsigned long i = 0; i < traceSlotCount; ++i) {
+            writeRecord(i);
+        }
+    });
+    const WritableRing ring;
+    const std::uint32_t before =
+        ring->slots[5].state.exchange(qz::base::traceBusy | static_cast<unsigned>(getpid()));
+    inChild([] {
+        for (unsigned long i = 0; i < 10; ++i) {
+            writeRecord(traceSlotCount + i);
+        }
+    });
+    ring->slots[5].state = before;
+
+    const std::vector<std::uint64_t> ids = traceIds();
+
+    ASSERT_EQ(traceSlotCount, ids.size());
+    EXPECT_EQ(5U, ids[0]);
+    EXPECT_EQ(11U, ids[1]);
+    EXPECT_EQ(traceSlotCount + 9, ids.back());
+    EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));
 }
 
 TEST_F(TraceRingReading, NeverTakesMoreDataThanASlotHolds) {
