@@ -4,6 +4,8 @@ set(tavrel_targets tavrel)
 if(TAVREL_PLATFORM STREQUAL "bundled")
   list(APPEND tavrel_targets qzplatform)
   install(DIRECTORY platform/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  # A program need not link libqzplatform itself, so the library finds it where both are installed.
+  set_property(TARGET tavrel PROPERTY INSTALL_RPATH "$ORIGIN")
 endif()
 install(TARGETS ${tavrel_targets} EXPORT tavrelTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
