@@ -1,5 +1,7 @@
 #include "Machine.h"
 
+#include "Flush.h"
+
 #include <qz/tavrel/tavrel.h>
 
 #include <cstdio>
@@ -83,6 +85,7 @@ void removeCaches() {
 }
 
 Machine::Machine(int components) {
+    const NoFlush filling;
     std::remove("/var/nvrdisk/current/db/current.db");
     removeCaches();
     start(components == 64 ? writeTree(3, 4, 2, 1) : writeTree(15, 16, 4, 3));

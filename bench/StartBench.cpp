@@ -1,3 +1,4 @@
+#include "Flush.h"
 #include "Machine.h"
 
 #include <qz/tavrel/Component.h>
@@ -11,10 +12,13 @@ namespace {
 /// Starts of one process after another on a tree that is there already. Only the start is timed.
 void start(benchmark::State& state, bool parse) {
     const std::string properties = tavrel::bench::writeSpecification(static_cast<int>(state.range(0)));
-    std::remove("/var/nvrdisk/current/db/current.db");
-    tavrel::bench::removeCaches();
-    tavrel::bench::start(properties);
-    qz::tavrel::Component::deleteAll();
+    {
+        const tavrel::bench::NoFlush filling;
+        std::remove("/var/nvrdisk/current/db/current.db");
+        tavrel::bench::removeCaches();
+        tavrel::bench::start(properties);
+        qz::tavrel::Component::deleteAll();
+    }
     for (auto unused : state) {
         if (parse) {
             state.PauseTiming();

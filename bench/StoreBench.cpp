@@ -1,3 +1,5 @@
+#include "Flush.h"
+
 #include <qz/tavrel/BMCRelationalDB.h>
 
 #include <benchmark/benchmark.h>
@@ -14,6 +16,7 @@ using qz::tavrel::BMCRelationalDB;
 /// The default store, filled anew with as many 4-byte values as the benchmark's argument says.
 struct Store {
     explicit Store(const benchmark::State& state) {
+        const tavrel::bench::NoFlush filling;
         std::remove("/var/nvrdisk/current/db/current.db");
         database.initialize("bench");
         for (int i = 0; i < state.range(0); ++i) {
