@@ -89,6 +89,6 @@ void floor_store_msync(benchmark::State& state) {
     close(file);
     unlink(path);
 }
-BENCHMARK(floor_store_msync)->Iterations(500);
+BENCHMARK(floor_store_msync)->Iterations(500)->UseRealTime();
 
 } // namespace

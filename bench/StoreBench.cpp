@@ -53,7 +53,7 @@ void store_write(benchmark::State& state) {
         store.database.setValue(store.keys.front(), std::string(4, static_cast<char>(count)));
     }
 }
-BENCHMARK(store_write)->Arg(64)->Arg(4096)->Iterations(500);
+BENCHMARK(store_write)->Arg(64)->Arg(4096)->Iterations(500)->UseRealTime();
 
 void store_write_unchanged(benchmark::State& state) {
     Store store(state);

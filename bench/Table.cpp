@@ -32,8 +32,10 @@ void Table::ReportRuns(const std::vector<Run>& runs) {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
         if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") {
+            const bool waits = run.run_name.time_type == "real_time"; // for a disk; all others only compute
             medians[run.run_name.function_name + (run.run_name.args.empty() ? "" : "/" + run.run_name.args)] =
-                run.GetAdjustedRealTime() * 1e9 / benchmark::GetTimeUnitMultiplier(run.time_unit);
+                (waits ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime()) * 1e9 /
+                benchmark::GetTimeUnitMultiplier(run.time_unit);
         }
     }
 }

@@ -13,6 +13,7 @@
 #include <qz/tavrel/TreePath.h>
 #include <qz/tavrel/TreePathLockProvider.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -128,10 +129,12 @@ namespace {
 /// Collects the components on the way to one, root first.
 class PathCollector : public TreePath {
 public:
+    explicit PathCollector(std::vector<Component*>& path) : found(path) {}
     using TreePath::add;
     void add(Component* step) override { found.push_back(step); }
 
-    std::vector<Component*> found;
+private:
+    std::vector<Component*>& found;
 };
 
 } // namespace
@@ -144,18 +147,27 @@ const std::vector<Component*>& TreePathLockProvider::pathOf(Component* component
 void TreePathLockProvider::enterPath(Component* component) {
     auto entry = paths.find(component);
     if (entry == paths.end()) {
-        PathCollector collector;
+        if (spare.empty()) {
+            entry = paths.emplace(component, LockPath{}).first;
+        } else {
+            spare.key() = component;
+            entry = paths.insert(std::move(spare)).position;
+        }
+        std::vector<Component*>& path = entry->second.path;
+        path.clear();
+        PathCollector collector(path);
         component->getTreePath(collector);
-        entry = paths.emplace(component, LockPath{}).first;
-        entry->second.path.assign(collector.found.rbegin(), collector.found.rend());
+        std::reverse(path.begin(), path.end());
     }
     ++entry->second.count;
 }
 
+/// The entry left last is kept aside with its memory, for the next one to enter.
 void TreePathLockProvider::leavePath(Component* component) {
     const auto entry = paths.find(component);
     if (entry != paths.end() && --entry->second.count <= 0) {
-        paths.erase(entry);
+        entry->second.count = 0;
+        spare = paths.extract(entry);
     }
 }
 

@@ -15,6 +15,13 @@ using internal::ReadSection;
 using internal::trace;
 using internal::WriteSection;
 
+namespace {
+
+constexpr std::size_t usualDepth =
+    8; // of a component in a tree, at most; a deeper one costs an allocation more
+
+} // namespace
+
 void Component::createComponent(int type) {
     const WriteSection section(config);
     Component* const child = getComponent();
@@ -171,6 +178,7 @@ void Component::getComponent(int type, std::vector<Component*>& out) {
 void Component::getTreePath(TreePath& path) {
     const ReadSection section(config);
     std::vector<Component*> steps;
+    steps.reserve(usualDepth);
     // Stored links that form a circle end at the depth that no tree can have.
     for (int step = id; step != -1 && static_cast<int>(steps.size()) < nMax; step = config->getSrc(step)) {
         steps.push_back(getComponent(step));

@@ -166,6 +166,7 @@ private:
     LockMemory* memory;
     internal::LockTable* table;
     std::map<Component*, LockPath> paths;
+    std::map<Component*, LockPath>::node_type spare;
 };
 
 } // namespace qz::tavrel
