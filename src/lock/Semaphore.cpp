@@ -209,18 +209,20 @@ bool Semaphore::create(int key, const unsigned short* values, unsigned int count
 }
 
 bool Semaphore::operate(Buffer& buffer) {
-    if (operateDespiteSignals(id, buffer.data(), buffer.size()) == -1) {
-        traceFailure(errno, point::SemaphoreOperateFailed, point::SemaphoreOperateFailedText, id,
-                     buffer.size());
-        return false;
-    }
-    return true;
+    return operate(buffer.data(), buffer.size());
 }
 
 bool Semaphore::operate(int number, short op, short operationFlag) {
-    Buffer buffer;
-    buffer.add(number, op, operationFlag);
-    return operate(buffer);
+    sembuf single{static_cast<unsigned short>(number), op, operationFlag};
+    return operate(&single, 1);
+}
+
+bool Semaphore::operate(sembuf* records, unsigned int count) {
+    if (operateDespiteSignals(id, records, count) == -1) {
+        traceFailure(errno, point::SemaphoreOperateFailed, point::SemaphoreOperateFailedText, id, count);
+        return false;
+    }
+    return true;
 }
 
 void Semaphore::remove() {

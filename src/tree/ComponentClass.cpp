@@ -51,22 +51,30 @@ int ComponentClass::getMaxComponentCount() {
 }
 
 bool ComponentClass::isAcyclic() {
-    // Takes away, again and again, the classes whose children have all been taken away; a circle stays.
-    std::set<ComponentClass*> left;
+    std::unordered_map<ComponentClass*, bool> ended;
     for (ComponentClass* each = root; each != nullptr; each = each->next) {
-        left.insert(each);
-    }
-    const auto containsLeft = [&left](ComponentClass* each) {
-        return std::any_of(each->componentCounts.begin(), each->componentCounts.end(),
-                           [&left](const auto& entry) { return left.count(get(entry.first)) != 0; });
-    };
-    for (std::size_t before = left.size() + 1; left.size() < before;) {
-        before = left.size();
-        for (auto each = left.begin(); each != left.end();) {
-            each = containsLeft(*each) ? std::next(each) : left.erase(each);
+        if (!each->endsBelow(ended)) {
+            return false;
         }
     }
-    return left.empty();
+    return true;
+}
+
+/// True if no way down from this class comes back to itself; `ended` holds the classes met so far and whether
+/// all ways down from them are known to end.
+bool ComponentClass::endsBelow(std::unordered_map<ComponentClass*, bool>& ended) {
+    const auto [entry, isNew] = ended.emplace(this, false);
+    if (!isNew) {
+        return entry->second;
+    }
+    for (const auto& [childType, count] : componentCounts) {
+        ComponentClass* const child = get(childType);
+        if (child != nullptr && !child->endsBelow(ended)) {
+            return false;
+        }
+    }
+    ended[this] = true;
+    return true;
 }
 
 void ComponentClass::deleteAll() {

@@ -4,6 +4,7 @@
 
 #include <map>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace qz::tavrel {
@@ -80,6 +81,8 @@ public:
     std::string toString();
 
 private:
+    bool endsBelow(std::unordered_map<ComponentClass*, bool>& ended);
+
     ComponentClass* next;
     int type;
     std::vector<int> features;

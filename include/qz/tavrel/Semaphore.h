@@ -84,6 +84,8 @@ public:
     void remove();
 
 private:
+    bool operate(sembuf* records, unsigned int count);
+
     friend class SemaphoreList;
     friend class SemRWLock;
 
