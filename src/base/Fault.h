@@ -15,7 +15,7 @@ template <typename Exception = tavrel::TavrelException, typename Detail>
                         int line = __builtin_LINE()) {
     Exception fault{detail};
     fault.setFaultPoint(file, function, line);
-    throw fault;
+    throw Exception(fault);
 }
 
 } // namespace qz::internal
