@@ -124,12 +124,16 @@ void BMCRelationalDB::size_adjust(int fd, unsigned int size) {
         internal::raise("BMCRelationalDB", "size_adjust", "File Seek failed.");
     }
     unsigned int missing = size - static_cast<unsigned int>(status.st_size);
-    while (missing != 0) {
-        if (missing % blockSize != 0 || !writeBlock(fd, block)) {
+    if (missing % blockSize != 0) {
+        // Blocks would never fill the gap exactly, and go on until the disk is full.
+        internal::trace(internal::point::DbAdjustWriteFailed);
+        internal::raise("BMCRelationalDB", "size_adjust", "File Extend Write failed.");
+    }
+    for (; missing != 0; missing -= blockSize) {
+        if (!writeBlock(fd, block)) {
             internal::trace(internal::point::DbAdjustWriteFailed, errno);
             internal::raise("BMCRelationalDB", "size_adjust", "File Extend Write failed.");
         }
-        missing -= blockSize;
     }
     internal::trace(internal::point::DbAdjustExit);
 }
