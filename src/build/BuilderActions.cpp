@@ -69,6 +69,7 @@ Action* Builder::getAction(const std::string& section) {
         auto* const list =
             static_cast<ActionList*>(static_cast<Action*>(factory->createInstance("ActionList")));
         std::vector<Action*> actions;
+        actions.reserve(made.size());
         for (auto& action : made) {
             actions.push_back(action.release());
         }

@@ -183,8 +183,9 @@ void Component::getTreePath(TreePath& path) {
     for (int step = id; step != -1 && static_cast<int>(steps.size()) < nMax; step = config->getSrc(step)) {
         steps.push_back(getComponent(step));
     }
-    for (auto step = steps.rbegin(); step != steps.rend(); ++step) {
-        path.add(*step);
+    std::reverse(steps.begin(), steps.end());
+    for (Component* const step : steps) {
+        path.add(step);
     }
 }
 
