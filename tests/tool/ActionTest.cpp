@@ -1,0 +1,117 @@
+#include "Running.h"
+
+#include <gtest/gtest.h>
+
+using namespace tavrel::test;
+
+TEST(ToolAction, RunsAnActionOfTheMachine) {
+    const Sample sample;
+
+    const Result result = tool({"do", "/Chassis#0", "PowerOn"});
+
+    EXPECT_EQ(result.code, 0) << result.err;
+    EXPECT_EQ(result.out, "/Chassis#0 PowerOn done\n");
+    EXPECT_EQ(tool({"get", "/Chassis#0", "PowerState"}).out, "0x00000001 1\n");
+}
+
+TEST(ToolAction, ShowsWhatTheActionAnswers) {
+    const Sample sample;
+    ASSERT_EQ(tool({"set", "/Chassis#0/SystemBoard#1", "SerialNumber", "text:SB-9"}).code, 0);
+
+    const Result result = tool({"do", "/Chassis#0/SystemBoard#1", "Identify", "--out", "64"});
+
+    EXPECT_EQ(result.out,
+              "/Chassis#0/SystemBoard#1 Identify done\n\"/Chassis#0/SystemBoard#1 serial number 'SB-9'\"\n");
+}
+
+TEST(ToolAction, CutsTheAnswerToTheRoomForIt) {
+    const Sample sample;
+
+    EXPECT_EQ(tool({"do", "/Chassis#0", "Identify", "--out", "5"}).out,
+              "/Chassis#0 Identify done\n\"/Cha\"\n");
+}
+
+TEST(ToolAction, RunsTheGenericActionOfEveryType) {
+    const Sample sample;
+    const std::string module = "/Chassis#0/SystemBoard#0/Processor#0/MemoryModule#2";
+    ASSERT_EQ(tool({"set", module, "ErrorCount", "12"}).code, 0);
+
+    ASSERT_EQ(tool({"do", module, "ClearErrors"}).code, 0);
+
+    EXPECT_EQ(tool({"get", module, "ErrorCount"}).out, "0x00000000 0\n");
+}
+
+TEST(ToolAction, LinksSharedComponentsOnce) {
+    const Sample sample;
+
+    ASSERT_EQ(tool({"do", "/", "Connect"}).code, 0);
+    const std::string once = tool({"tree"}).out;
+    ASSERT_EQ(tool({"do", "/", "Connect"}).code, 0);
+
+    EXPECT_NE(once.find("shares /Chassis#0/FanTray#0"), std::string::npos);
+    EXPECT_EQ(tool({"tree"}).out, once);
+}
+
+TEST(ToolAction, NamesTheNearestActionOfTheComponent) {
+    const Sample sample;
+
+    const Result result = tool({"do", "/Chassis#0", "PowerOf"});
+
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.err,
+              "tavrel: /Chassis#0 has no such action: unknown action 'PowerOf'; the nearest known name is "
+              "'PowerOff'\n");
+    EXPECT_EQ(tool({"do", "/Chassis#0/FanTray#0", "PowerOn"}).err,
+              "tavrel: /Chassis#0/FanTray#0 has no such action: unknown action 'PowerOn'\n");
+}
+
+TEST(ToolAction, TellsWhyAnActionFailed) {
+    const Sample sample;
+    sample.edit("chassis-actions.csv", "SetProperty,PowerState,1", "SetProperty,BootMode,1");
+
+    const Result result = tool({"do", "/Chassis#0", "PowerOn"});
+
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.err, "tavrel: PowerOn of /Chassis#0: SetProperty: BootMode was not stored\n");
+}
+
+TEST(ToolAction, WorksWithoutTheMachinesClassesButForTheirActions) {
+    const Sample sample;
+    const Words start = {TAVREL_TOOL, "-c", "chassis.properties"};
+    auto plain = [&](const Words& more) {
+        Words words = start;
+        words.insert(words.end(), more.begin(), more.end());
+        return run(words);
+    };
+
+    const Result action = plain({"do", "/Chassis#0", "PowerOn"});
+
+    EXPECT_EQ(action.code, 1);
+    EXPECT_EQ(action.err,
+              "tavrel: PowerOn of /Chassis#0: the action is of class 'SetProperty', which this tool does not "
+              "have; name the library that has it with --classes\n");
+    EXPECT_EQ(plain({"get", "/Chassis#0", "PowerState"}).out, "0x00000000 0\n");
+}
+
+TEST(ToolAction, AnswersInputThatIsNotHexWithTwo) {
+    const Sample sample;
+
+    const Result result = tool({"do", "/Chassis#0", "PowerOn", "--in", "on"});
+
+    EXPECT_EQ(result.code, 2);
+    EXPECT_EQ(result.err, "tavrel: 'on' is not hexadecimal: it must be 0x and digits\n");
+    EXPECT_EQ(tool({"get", "/Chassis#0", "PowerState"}).out, "0x00000000 0\n");
+}
+
+TEST(ToolAction, RefusesALibraryWithoutClasses) {
+    const Sample sample;
+
+    const Result missing = run({TAVREL_TOOL, "-c", "chassis.properties", "--classes", "nothing.so", "start"});
+    const Result other = run({TAVREL_TOOL, "-c", "chassis.properties", "--classes", "libc.so.6", "start"});
+
+    EXPECT_EQ(missing.code, 1);
+    EXPECT_EQ(missing.err.rfind("tavrel: the classes cannot be loaded: ", 0), 0U) << missing.err;
+    EXPECT_EQ(other.code, 1);
+    EXPECT_EQ(other.err.rfind("tavrel: the classes cannot be loaded: ", 0), 0U)
+        << "not one of the system's libraries";
+}

@@ -1,0 +1,139 @@
+#include "InputCheck.h"
+#include "Refusal.h"
+
+#include <qz/base/SemaphoreLock.h>
+#include <qz/tavrel/BMCRelationalDB.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <vector>
+
+using qz::tavrel::BMCRelationalDB;
+
+namespace tavrel::tool {
+
+namespace {
+
+struct StoreFile {
+    const char* path;
+    const char* lock;
+    std::size_t size;
+};
+
+constexpr StoreFile storeFiles[] = {
+    {"/var/nvrdisk/current/db/current.db", "/dblock_current", 3145728},
+    {"/conf/qz/db/setup.db", "/dblock_setup", 32768},
+    {"/conf/qz/db/fru.db", "/dblock_fru", 786432},
+};
+
+constexpr std::size_t block = 16384;
+constexpr std::size_t align = 16;
+constexpr std::uint32_t live = 0x4E444200;
+constexpr std::uint32_t tombstone = 0x444B4559; // "YEKD"
+
+using Record = BMCRelationalDB::ndb_t;
+
+[[noreturn]] void refuse(const StoreFile& file, const std::string& text) {
+    throw Refusal(std::string("the database '") + file.path + "' " + text + "; it was left as it is");
+}
+
+/// The bytes of a file; none if it does not exist.
+std::vector<char> readAll(const StoreFile& file) {
+    const int descriptor = open(file.path, O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) {
+        if (errno == ENOENT || errno == ENOTDIR) {
+            return {};
+        }
+        refuse(file, std::string("cannot be opened: ") + std::strerror(errno));
+    }
+    std::vector<char> bytes(file.size);
+    std::size_t got = 0;
+    ssize_t step = 0;
+    while (got < bytes.size() && (step = read(descriptor, bytes.data() + got, bytes.size() - got)) > 0) {
+        got += static_cast<std::size_t>(step);
+    }
+    const int error = errno;
+    close(descriptor);
+    if (step < 0) {
+        refuse(file, std::string("cannot be read: ") + std::strerror(error));
+    }
+    bytes.resize(got);
+    return bytes;
+}
+
+Record recordAt(const std::vector<char>& bytes, std::size_t offset) {
+    Record record{};
+    std::memcpy(&record, bytes.data() + offset, sizeof record);
+    return record;
+}
+
+/// Why the record at `offset` cannot be one; empty if it is.
+std::string fault(const Record& record, std::size_t offset, std::size_t size) {
+    if (record.magic != live && record.magic != tombstone) {
+        return "a record without its mark";
+    }
+    if (record.recordOffset != offset) {
+        return "a record that says it stands elsewhere";
+    }
+    if (record.valueLength > size - offset - sizeof record) {
+        return "a record longer than the file";
+    }
+    if (strnlen(record.key, sizeof record.key) != record.keyLength) {
+        return "a record with a broken key";
+    }
+    return "";
+}
+
+/// The place behind the last record.
+std::size_t walk(const StoreFile& file, const std::vector<char>& bytes) {
+    std::size_t offset = sizeof(BMCRelationalDB::FileHeader);
+    while (offset + sizeof(Record) < bytes.size() && bytes[offset] != '\0' && bytes[offset] != '\xFF') {
+        const Record record = recordAt(bytes, offset);
+        const std::string reason = fault(record, offset, bytes.size());
+        if (!reason.empty()) {
+            refuse(file, "is damaged at byte " + std::to_string(offset) + ": " + reason);
+        }
+        offset += (sizeof record + record.valueLength + align - 1) / align * align;
+    }
+    return offset;
+}
+
+void check(const StoreFile& file) {
+    const SemaphoreLock lock(file.lock, 0);
+    const std::vector<char> bytes = readAll(file);
+    if (bytes.size() % block != 0) {
+        refuse(file, "is cut off after " + std::to_string(bytes.size()) + " bytes");
+    }
+    // A process that dies while it appends leaves a gap of zeros; nothing may stand behind it.
+    for (std::size_t offset = bytes.empty() ? 0 : walk(file, bytes) + align;
+         offset + sizeof(Record) < bytes.size(); offset += align) {
+        const Record record = recordAt(bytes, offset);
+        if (record.magic == live && record.recordOffset == offset) {
+            refuse(file, "is damaged before byte " + std::to_string(offset) +
+                             ": the values from there on are cut off");
+        }
+    }
+}
+
+} // namespace
+
+void checkStores() {
+    for (const StoreFile& file : storeFiles) {
+        // Without the file there is nothing to check, and no reason to make its lock.
+        if (access(file.path, F_OK) == 0) {
+            try {
+                check(file);
+            } catch (const std::system_error& error) {
+                refuse(file, std::string("cannot be locked: ") + error.what());
+            }
+        }
+    }
+}
+
+} // namespace tavrel::tool
