@@ -1,3 +1,4 @@
+#include "state/ValueHeader.h"
 #include "store/ResourceGuard.h"
 
 #include <qz/tavrel/Configuration.h>
@@ -7,9 +8,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 #include <sstream>
 #include <string>
@@ -18,14 +17,7 @@ namespace qz::tavrel {
 
 namespace {
 
-/// What stands before the body of a stored value, both fields big-endian.
-struct ValueHeader {
-    std::uint32_t revision;
-    std::uint32_t length;
-};
-static_assert(sizeof(ValueHeader) == 8 && offsetof(ValueHeader, length) == 4);
-
-constexpr unsigned int headerSize = sizeof(ValueHeader);
+constexpr unsigned int headerSize = sizeof(internal::ValueHeader);
 
 /// No tree needs more. A longer body is damage, which must not cost the process its memory.
 constexpr std::uint32_t longestBody = 64U << 20;
@@ -44,12 +36,6 @@ public:
 
     char* data() { return length > few.size() ? many.data() : few.data(); }
     unsigned int size() const { return length; }
-
-    ValueHeader header() {
-        ValueHeader stored{};
-        std::memcpy(&stored, data(), headerSize);
-        return {ntohl(stored.revision), ntohl(stored.length)};
-    }
 
 private:
     std::array<char, 64> few{};
@@ -94,7 +80,7 @@ unsigned int Configuration::load() {
     if (delivered < headerSize) {
         return 0;
     }
-    const ValueHeader header = value.header();
+    const internal::ValueHeader header = internal::readHeader(value.data());
     const int storedRevision = static_cast<int>(header.revision);
     if (storedRevision == revision || header.length > longestBody) {
         return 0;
@@ -125,8 +111,8 @@ unsigned int Configuration::save() {
     std::ostringstream body;
     write(body);
     std::string value = body.str();
-    const ValueHeader header{htonl(static_cast<std::uint32_t>(revision)),
-                             htonl(static_cast<std::uint32_t>(value.size()))};
+    const internal::ValueHeader header = internal::storedForm(
+        {static_cast<std::uint32_t>(revision), static_cast<std::uint32_t>(value.size())});
     value.insert(0, reinterpret_cast<const char*>(&header), headerSize);
     const auto total = static_cast<unsigned int>(value.size());
 

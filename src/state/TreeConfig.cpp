@@ -1,6 +1,9 @@
 #include "base/Trace.h"
+#include "state/ValueHeader.h"
+#include "store/ResourceGuard.h"
 
 #include <qz/tavrel/LockObject.h>
+#include <qz/tavrel/Resource.h>
 #include <qz/tavrel/TreeConfig.h>
 
 namespace qz::tavrel {
@@ -16,6 +19,38 @@ constexpr int relationCount = 2;
 
 /// Body of the tree's own value. Nobody compares it: the value is there for its revision.
 constexpr char marker[] = "11325013\n";
+
+/// The revision of a stored value; `otherwise` when the store has none.
+int storedRevision(Configuration& value, int otherwise) {
+    char header[sizeof(internal::ValueHeader)];
+    Resource* const store = value.getResource();
+    const internal::ResourceGuard guard(store);
+    return store->read(value.getKey(), header, sizeof header) == sizeof header
+               ? static_cast<int>(internal::readHeader(header).revision)
+               : otherwise;
+}
+
+/// Saves a part, under a revision that no process holds.
+/// @param isKnown  others may have loaded it
+///
+/// All that was finished is loaded, under the same lock. A stored revision other than the one held is
+/// therefore that of a process that died in its save: it has given the next number away, perhaps to a state
+/// that others have loaded since, to whom another state under that number would be no news.
+void savePart(Configuration& part, bool isKnown) {
+    if (!isKnown || !part.isModified()) {
+        part.save();
+        return;
+    }
+    const int stored = storedRevision(part, part.getRevision());
+    const bool isLeftBehind = stored != part.getRevision();
+    part.save();
+    if (isLeftBehind) {
+        do {
+            part.setModified(true);
+            part.save();
+        } while (part.getRevision() == stored);
+    }
+}
 
 } // namespace
 
@@ -61,18 +96,21 @@ std::istream& TreeConfig::read(std::istream& stream) {
     return stream;
 }
 
-// Other processes look at the parts only when key 4 has a new revision, and that is stored last. A process
-// that dies on the way has its lock given back by the kernel, and leaves:
+// Others look at the parts only when key 4 has a new revision, and that is stored last. A process that dies
+// on the way has its lock given back by the kernel. What it leaves is found by a process that starts, and by
+// one that had an earlier change still to load; the others keep the tree as it was. The next process that
+// changes a part replaces it.
 std::ostream& TreeConfig::write(std::ostream& stream) {
-    // before this line: the tree as it was
-    nodes.save();
-    // here: new nodes, old links, unseen by processes that run
-    relations[0].save();
-    // here: new nodes and new owned links, old shared ones, unseen as well
-    relations[1].save();
-    // here: the new tree, unseen until somebody's next change; the history lacks the last revision
+    const bool isKnown = getRevision() != 0; // nobody has loaded a part before key 4 is there
+    // dies here: the tree as it was
+    savePart(nodes, isKnown);
+    // dies here: new nodes, old links
+    savePart(relations[0], isKnown);
+    // dies here: new nodes and owned links, old shared links
+    savePart(relations[1], isKnown);
+    // dies here: the new tree; the history lacks the last revision
     history.save();
-    // here: the new tree with its history, unseen until somebody's next change
+    // dies here: the new tree and its history
     return stream << marker << std::flush;
 }
 

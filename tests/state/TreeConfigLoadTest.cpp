@@ -217,22 +217,29 @@ TEST_F(TreeConfigUnderLoad, LosesNoChangeOfAnyProcess) {
 
 // A process that is killed between the parts leaves a half change, so nodes and links need not agree. But
 // every finished section stays, and each link is known at both ends.
-TEST_F(TreeConfigUnderLoad, LosesNoFinishedChangeWhenProcessesAreKilled) {
+TEST_F(TreeConfigUnderLoad, LosesNoFinishedChangeWhenProcessesAreKilledAndStartedAnew) {
     constexpr int endless = 1000000;
-    constexpr int kills = 8;
+    constexpr int workers = 3;
+    constexpr int kills = 40;
     const auto store = std::make_shared<SlotStore>();
     open = [store] { return store; };
     expectGood = expectMirror;
     build();
-    ChildProcess& survivor = start(200);
+    ChildProcess& survivor = start(600);
     std::vector<ChildProcess*> victims;
-    for (int i = 0; i < kills; ++i) {
+    for (int i = 0; i < workers; ++i) {
         victims.push_back(&start(endless));
     }
 
     go();
-    for (ChildProcess* victim : victims) {
+    for (int i = 0; i < kills; ++i) {
         ASSERT_TRUE(letThemFinish(9));
+        ChildProcess*& victim = victims[static_cast<std::size_t>(i % workers)];
+        victim->kill();
+        victim = &start(endless);
+        victim->talk().tell('g');
+    }
+    for (ChildProcess* victim : victims) {
         victim->kill();
     }
     EXPECT_EQ(0, survivor.wait());
@@ -241,7 +248,7 @@ TEST_F(TreeConfigUnderLoad, LosesNoFinishedChangeWhenProcessesAreKilled) {
     view.refresh();
     expectMirror(view);
     EXPECT_GE(view.tree.getNodeNumber(0), *finished);
-    EXPECT_LE(view.tree.getNodeNumber(0), *finished + kills)
+    EXPECT_LE(view.tree.getNodeNumber(0), *finished + kills + workers)
         << "each may have died before it counted its last";
 }
 

@@ -277,12 +277,14 @@ TEST_P(KilledProcess, LeavesTheNextProcessWhatItHasSaved) {
     EXPECT_EQ(saved >= Saved::history ? 1 : 0, newestRevision(next));
 }
 
-TEST_P(KilledProcess, LetsTheOthersGoOnAndAgree) {
+TEST_P(KilledProcess, LetsAllAgreeAfterTheNextChange) {
     View survivor;
-    View other;
+    View idle;
     build(survivor);
-    other.refresh();
+    idle.refresh();
     killWhileSaving(GetParam());
+    View restarted; // holds whatever was saved
+    restarted.refresh();
 
     survivor.change([&] {
         survivor.tree.remove(1, 2, owned);
@@ -291,16 +293,41 @@ TEST_P(KilledProcess, LetsTheOthersGoOnAndAgree) {
         survivor.tree.add(1, 2, shared);
         survivor.tree.setNodeInfo(2, 13, 5);
     });
-    other.refresh();
+    idle.refresh();
+    restarted.refresh();
     View next;
     next.refresh();
 
-    for (View* view : {&survivor, &other, &next}) {
+    for (View* view : {&survivor, &idle, &restarted, &next}) {
         EXPECT_EQ(3, view->tree.getNodeCount());
         EXPECT_EQ(13, view->tree.getNodeType(2));
         EXPECT_EQ((Ids{0, 1}), view->sourcesOf(2));
         EXPECT_EQ(Ids{}, view->targetsOf(0, shared));
     }
+}
+
+TEST_P(KilledProcess, LetsAllAgreeWhenTheRestartedOneMakesTheNextChange) {
+    View survivor;
+    build(survivor);
+    killWhileSaving(GetParam());
+    View restarted;
+    restarted.refresh();
+
+    restarted.change([&] {
+        restarted.tree.removeAll(0);
+        restarted.tree.removeAll(1);
+        restarted.tree.add(1, 0, owned);
+        restarted.tree.add(0, 1, shared);
+        restarted.tree.setNodeInfo(1, 14, 6);
+    });
+    survivor.refresh();
+
+    for (View* view : {&survivor, &restarted}) {
+        EXPECT_EQ(14, view->tree.getNodeType(1));
+        EXPECT_EQ(Ids{0}, view->targetsOf(1, owned));
+        EXPECT_EQ(Ids{1}, view->targetsOf(0, shared));
+    }
+    EXPECT_EQ(restarted.tree.getNodeCount(), survivor.tree.getNodeCount());
 }
 
 INSTANTIATE_TEST_SUITE_P(TreeConfigProcesses, KilledProcess,

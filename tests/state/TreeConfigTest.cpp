@@ -204,10 +204,48 @@ TEST_F(Tree, StoresOnlyThePartsThatWereChanged) {
 
     tree.unlock();
 
-    EXPECT_EQ((Calls{"lock", "write 1 24", "unlock", "lock", "write 4 17", "unlock", "writeUnlock"}),
+    EXPECT_EQ((Calls{"lock", "read 1 8", "unlock", "lock", "write 1 24", "unlock", "lock", "write 4 17",
+                     "unlock", "writeUnlock"}),
               store.calls);
     EXPECT_EQ(framed(1, marker), store.values[4]);
     EXPECT_EQ(framed(0, bigEndian({1, 0, 1, 1})), store.values[1]);
+}
+
+TEST_F(Tree, SavesAPartPastTheRevisionThatADeadProcessHasLeft) {
+    change([&] { tree.setNodeInfo(0, 5, 20); });
+    for (const int left : {1, 3}) {
+        store.values[5] = framed(left, bigEndian({1, 0, left, 6, 0, -1}));
+
+        tree.lock();
+        EXPECT_EQ(left, tree.setNodeInfo(0, 7, left));
+        tree.unlock();
+
+        EXPECT_EQ(framed(left + 1, bigEndian({1, 0, left, 7, left, -1})), store.values[5]);
+    }
+
+    store.values[5] = framed(6, bigEndian({1, 0, 6, 6, 0, -1}));
+    change([&] { EXPECT_EQ(5, tree.setNodeInfo(0, 7, 5)); });
+    EXPECT_EQ(framed(7, bigEndian({1, 0, 5, 7, 5, -1})), store.values[5])
+        << "two have died, one after the other";
+}
+
+TEST_F(Tree, LeavesAnUnchangedPartOfADeadProcessToItsNextChange) {
+    change([&] { tree.setNodeInfo(0, 5, 20); });
+    const std::string left = framed(1, bigEndian({1, 0, 1, 6, 0, -1}));
+    store.values[5] = left;
+
+    change([&] { tree.add(0, 1, owned); });
+
+    EXPECT_EQ(left, store.values[5]);
+}
+
+TEST_F(Tree, SavesThePartsOfAFirstTreeUnderTheirFirstRevision) {
+    store.values[5] = framed(0, bigEndian({1, 0, 0, 6, 0, -1}));
+
+    change([&] { tree.setNodeInfo(0, 7, 5); });
+
+    EXPECT_EQ(framed(0, bigEndian({1, 0, 0, 7, 5, -1})), store.values[5])
+        << "without key 4 nobody has loaded it";
 }
 
 TEST_F(Tree, ReadsSeventeenBytesWhenNothingIsNewAndWritesNothing) {
