@@ -8,6 +8,7 @@
 #include <qz/tavrel/NameResolver.h>
 #include <qz/tavrel/Resource.h>
 #include <qz/tavrel/ResourceManager.h>
+#include <qz/tavrel/TreeConfig.h>
 
 #include <cstring>
 #include <memory>
@@ -100,7 +101,10 @@ void Builder::build(const std::string& type) {
     if (initializer != nullptr) {
         initializer->run(stored == Stored::other);
     }
-    // Last: a process that dies before this leaves the old version, and the next one does the work again.
+    // The tree has to be in the store before the version that vouches for it, not only when the root is
+    // unlocked. A process that dies before the version is written leaves the old one, and the next process
+    // does the work again.
+    Component::getTreeConfig()->save();
     version.resize(versionSize);
     resource->write(versionKey, version.data(), versionSize);
     trace(point::BuilderBuilt);
