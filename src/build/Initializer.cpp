@@ -1,3 +1,5 @@
+#include "tree/ClassProperties.h"
+
 #include <qz/tavrel/Component.h>
 #include <qz/tavrel/ComponentClass.h>
 #include <qz/tavrel/Initializer.h>
@@ -53,11 +55,11 @@ void Initializer::modifyProperties(Component* component) {
     if (found == nullptr) {
         return;
     }
-    PropertyLocator* const locator = found->getPropertyLocator();
+    PropertyLocator& properties = internal::propertiesOf(*found);
     std::vector<int> keys;
-    locator->getPropertyKeys(keys);
+    properties.getPropertyKeys(keys);
     for (const int key : keys) {
-        PropertyAccessor& accessor = locator->getAccessor(key);
+        PropertyAccessor& accessor = properties.getAccessor(key);
         const unsigned int stored =
             accessor.readRaw(id, buffer.data(), static_cast<unsigned int>(buffer.size()));
         std::vector<unsigned char> data(buffer.data(), buffer.data() + stored);
