@@ -182,9 +182,9 @@ TreeConfig* Builder::getTreeConfig() {
 
 Specification* Builder::getCompoSpec() {
     if (compoSpec == nullptr) {
-        std::unique_ptr<Specification> made(
-            static_cast<Specification*>(factory->createInstance("Specification")));
+        std::unique_ptr<Specification> made;
         try {
+            made.reset(static_cast<Specification*>(factory->createInstance("Specification")));
             made->load(properties.getProperty("tavrel.spec.compo"));
         } catch (...) {
             trace(point::BuilderCompoSpecFailed);
@@ -197,10 +197,10 @@ Specification* Builder::getCompoSpec() {
 
 Specification* Builder::getActionSpec() {
     if (actionSpec == nullptr) {
-        std::unique_ptr<Specification> made(
-            static_cast<Specification*>(factory->createInstance("Specification")));
         const std::string path = properties.getProperty("tavrel.spec.action");
+        std::unique_ptr<Specification> made;
         try {
+            made.reset(static_cast<Specification*>(factory->createInstance("Specification")));
             if (!path.empty()) {
                 made->load(path);
             }
