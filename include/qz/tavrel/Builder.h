@@ -23,19 +23,22 @@ class TreeConfig;
 /// process, and brings the shared tree to the configured version. Every process runs it once, at its start:
 /// construct, `setFactory`, `load`, `build`; it may be destroyed afterwards.
 ///
-/// | Key | Default | Meaning |
-/// |---|---|---|
-/// | tavrel.compo.ver | | version of the specifications, below 16 characters; empty rebuilds the tree at each
-/// start | | tavrel.compo.max | 4096 | upper limit of the number of components | | tavrel.compo.shared |
-/// enable | "enable": the lock table is shared between processes; set by `load` first | | tavrel.compo.type |
-/// | type of the root; empty: the first type of the component specification | | tavrel.spec.compo | | path of
-/// the component specification | | tavrel.spec.action | | path of the action specification; empty: no actions
-/// | | tavrel.spec.res | | path of the resource specification; empty: no redirections | | tavrel.res.type |
-/// VolatileDB | class of every resource | | tavrel.res.name | tavrel.db | name of the default resource, which
-/// holds the tree | | tavrel.lock.provider | TreePathLockProvider | class of the lock provider | |
-/// tavrel.lock.recursive | disable | handed to the lock provider; nothing reads it | | tavrel.initializer |
-/// disable | "enable": property values are zeroed and fitted by the `Initializer` | | tavrel.history | | file
-/// for the history of the tree; empty: none |
+/// The file's keys, their defaults in brackets:
+/// - `tavrel.compo.ver` (empty): version of the specifications, below 16 characters; empty rebuilds the tree
+///   at each start
+/// - `tavrel.compo.max` ("4096"): upper limit of the number of components
+/// - `tavrel.compo.shared` (set by `load` before it reads the file): "enable" shares the lock table between
+///   processes
+/// - `tavrel.compo.type` (empty): type of the root; empty takes the first type of the component specification
+/// - `tavrel.spec.compo` (empty): path of the component specification
+/// - `tavrel.spec.action` (empty): path of the action specification; empty means no actions
+/// - `tavrel.spec.res` (empty): path of the resource specification; empty means no redirections
+/// - `tavrel.res.type` ("VolatileDB"): class of every resource; a client's factory has to know the default
+/// - `tavrel.res.name` ("tavrel.db"): name of the default resource, which holds the tree
+/// - `tavrel.lock.provider` ("TreePathLockProvider"): class of the lock provider
+/// - `tavrel.lock.recursive` ("disable"): handed to the lock provider; nothing in the library reads it
+/// - `tavrel.initializer` ("disable"): "enable" lets the `Initializer` zero and fit property values
+/// - `tavrel.history` (empty): file for the history of the tree; empty means none
 ///
 /// Other keys of the file have no effect, and an empty value keeps the default. Paths in the file are
 /// relative to it.
@@ -95,9 +98,11 @@ public:
     void build();
 
     /// Brings the shared tree to the configured version: makes it if none is stored, fits property values if
-    /// another one is, does nothing if they are equal. The version is stored last, so that whatever raises
-    /// leaves the work to the next process. Locks: the default resource, the root's write lock, the
-    /// `ResourceManager`.
+    /// another one is, does nothing if they are equal. The version is stored last, so that a process that
+    /// fails or dies on the way leaves the work to the next one.
+    /// @param type  name of the root's type
+    /// @throws what the tree, a store or the initializer raises
+    /// Locks: the default resource, the root's write lock, the `ResourceManager`.
     void build(const std::string& type);
 
     /// The name resolver, made at the first call.
