@@ -28,6 +28,8 @@ struct Attachment {
 
     SharedMemory memory{tableKey};
     bool used = false;
+    bool held = false;  ///< a `get` has attached
+    bool first = false; ///< the last `get` was the one that did
 };
 
 Attachment attachment;
@@ -39,6 +41,7 @@ LockMemory::LockMemory(bool inSharedMemory) : shared(inSharedMemory) {}
 
 LockMemory::~LockMemory() {
     attachment.memory.free();
+    attachment.held = false;
     privateTable.clear();
 }
 
@@ -50,16 +53,22 @@ void* LockMemory::get(unsigned int size) {
         return privateTable.data();
     }
     attachment.used = true;
+    attachment.first = !attachment.held;
+    void* table = nullptr;
     if (attachment.memory.size() == size) {
-        return attachment.memory.data();
+        table = attachment.memory.data();
+    } else {
+        attachment.memory.free();
+        table = attachment.memory.allocate(size);
     }
-    attachment.memory.free();
-    return attachment.memory.allocate(size);
+    attachment.held = table != nullptr;
+    return table;
 }
 
-bool LockMemory::isAlone() {
+bool LockMemory::isFirstUser() {
     shmid_ds state{};
-    return shared && shmctl(shmget(tableKey, 0, 0), IPC_STAT, &state) == 0 && state.shm_nattch == 1;
+    return shared && attachment.first && shmctl(shmget(tableKey, 0, 0), IPC_STAT, &state) == 0 &&
+           state.shm_nattch == 1;
 }
 
 } // namespace qz::tavrel

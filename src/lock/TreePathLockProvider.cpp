@@ -14,10 +14,14 @@
 #include <qz/tavrel/TreePathLockProvider.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <optional>
+#include <system_error>
+#include <utility>
 
 namespace qz::tavrel {
 
@@ -29,9 +33,11 @@ using internal::trace;
 
 namespace {
 
-unsigned int tableSize(int maxCount) {
-    return static_cast<unsigned int>(maxCount) * static_cast<unsigned int>(sizeof(internal::LockRecord)) +
-           static_cast<unsigned int>(LockTable::recordsOffset());
+constexpr const char* fileLabel = "TreePathLockProvider";
+
+/// In bytes.
+std::uint64_t tableSize(int maxCount) {
+    return static_cast<std::uint64_t>(maxCount) * sizeof(internal::LockRecord) + LockTable::recordsOffset();
 }
 
 void initMutexAndCondition(LockTable& table) {
@@ -50,7 +56,7 @@ void initMutexAndCondition(LockTable& table) {
 
 } // namespace
 
-TreePathLockProvider::TreePathLockProvider() : maxCount(0), memory(nullptr), table(nullptr) {}
+TreePathLockProvider::TreePathLockProvider() : maxCount(0), table(nullptr) {}
 
 TreePathLockProvider::~TreePathLockProvider() {
     // Others are kept off while this process may be the last to leave: nobody attaches to what is being
@@ -60,23 +66,39 @@ TreePathLockProvider::~TreePathLockProvider() {
         guard.emplace(internal::lockStartName, 0);
     } catch (...) { // NOLINT(bugprone-empty-catch): leaving has to go on
     }
-    delete memory;
+    memory.reset();
 }
 
-// --- the table
-// -------------------------------------------------------------------------------------------------------
+// --- the table ---
 
 void TreePathLockProvider::initialize() {
-    const SemaphoreLock guard(internal::lockStartName, 0);
-    delete memory;
-    memory = new LockMemory(configuration.getProperty("tavrel.compo.shared") == "enable");
+    const bool shared = configuration.getProperty("tavrel.compo.shared") == "enable";
     maxCount = internal::decimal(configuration.getProperty("tavrel.compo.max"));
-    table = static_cast<LockTable*>(memory->get(tableSize(maxCount)));
+    memory.reset();
+    memory = std::make_unique<LockMemory>(shared);
+    if (!shared) {
+        openTable();
+        return;
+    }
+    try {
+        const SemaphoreLock guard(internal::lockStartName, 0);
+        openTable();
+    } catch (const std::system_error& refused) {
+        internal::raise(fileLabel, "initialize", refused.code().value());
+    }
+}
+
+/// Finds the table, or sets it up. A shared one: no other process does so at the same time.
+void TreePathLockProvider::openTable() {
+    const std::uint64_t size = tableSize(maxCount);
+    table = maxCount < 0 || size > std::numeric_limits<unsigned int>::max()
+                ? nullptr
+                : static_cast<LockTable*>(memory->get(static_cast<unsigned int>(size)));
     if (table == nullptr) {
-        internal::raise("TreePathLockProvider", "initialize", "lock table is unavailable.");
+        internal::raise(fileLabel, "initialize", "lock table is unavailable.");
     }
     if (table->magic == internal::lockTableMagic) {
-        if (memory->isAlone()) {
+        if (memory->isFirstUser()) {
             // Whoever was killed inside the mutex has gone with all the others. Marks and journal stay as
             // they are: the first lock call takes them off, holder by holder.
             initMutexAndCondition(*table);
@@ -102,7 +124,7 @@ void TreePathLockProvider::setup() {
 TreePathLockProvider::LockRecord* TreePathLockProvider::treeLock(Component* component) {
     const int id = component->getComponentId();
     if (id < 0 || id >= maxCount) {
-        internal::raise("TreePathLockProvider", "treeLock", "invalid component id.");
+        internal::raise(fileLabel, "treeLock", "invalid component id.");
     }
     return table->records() + id;
 }
@@ -121,8 +143,7 @@ void TreePathLockProvider::write(std::ostream&) {
     }
 }
 
-// --- paths of this process
-// -------------------------------------------------------------------------------------------
+// --- paths of this process ---
 
 namespace {
 
@@ -139,27 +160,61 @@ private:
 
 } // namespace
 
-const std::vector<Component*>& TreePathLockProvider::pathOf(Component* component) {
-    return paths[component].path;
+/// The entry of a component, with the memory of one left before where there is one.
+TreePathLockProvider::LockPath& TreePathLockProvider::pathOf(Component* component) {
+    const auto known = paths.find(component);
+    if (known != paths.end()) {
+        return known->second;
+    }
+    if (spare.empty()) {
+        return paths[component];
+    }
+    spare.key() = component;
+    return paths.insert(std::move(spare)).position->second;
 }
 
-/// Counts a lock or wait of this process on a component; its way up is worked out for the first one.
-void TreePathLockProvider::enterPath(Component* component) {
-    auto entry = paths.find(component);
-    if (entry == paths.end()) {
-        if (spare.empty()) {
-            entry = paths.emplace(component, LockPath{}).first;
-        } else {
-            spare.key() = component;
-            entry = paths.insert(std::move(spare)).position;
-        }
-        std::vector<Component*>& path = entry->second.path;
-        path.clear();
+/// Works out the component, its parent and so on up to the root.
+/// @throws TavrelException  the table has no record for one of them; `path` is then empty
+void TreePathLockProvider::findWayUp(Component* component, std::vector<Component*>& path) {
+    path.clear();
+    try {
         PathCollector collector(path);
         component->getTreePath(collector);
         std::reverse(path.begin(), path.end());
+        for (auto step = path.begin(); step != path.end(); ++step) {
+            if (std::find(path.begin(), step, *step) != step) {
+                path.erase(step, path.end()); // stored links that form a circle
+                break;
+            }
+            treeLock(*step);
+        }
+    } catch (...) {
+        path.clear();
+        throw;
     }
-    ++entry->second.count;
+}
+
+/// The way up as this process has noted it; worked out for a step that is called by itself.
+const std::vector<Component*>& TreePathLockProvider::pathToMark(Component* component) {
+    LockPath& way = pathOf(component);
+    if (way.path.empty()) {
+        findWayUp(component, way.path);
+    }
+    return way.path;
+}
+
+/// The way up as it was noted when the lock was taken; empty when none was.
+const std::vector<Component*>& TreePathLockProvider::pathToUnmark(Component* component) {
+    return pathOf(component).path;
+}
+
+/// Counts a lock or wait of this process on a component; the first one works the way up out afresh.
+void TreePathLockProvider::enterPath(Component* component) {
+    LockPath& way = pathOf(component);
+    if (way.count == 0) {
+        findWayUp(component, way.path);
+    }
+    ++way.count;
 }
 
 /// The entry left last is kept aside with its memory, for the next one to enter.
@@ -167,12 +222,12 @@ void TreePathLockProvider::leavePath(Component* component) {
     const auto entry = paths.find(component);
     if (entry != paths.end() && --entry->second.count <= 0) {
         entry->second.count = 0;
+        entry->second.path.clear();
         spare = paths.extract(entry);
     }
 }
 
-// --- lock and unlock
-// -------------------------------------------------------------------------------------------------
+// --- lock and unlock ---
 
 void TreePathLockProvider::readLock(Component* component) {
     Component::getRoot(); // brings the tree up to date before the mutex is taken
@@ -223,8 +278,7 @@ void TreePathLockProvider::writeUnlock(Component* component) {
     eraseJournal(component);
 }
 
-// --- the journal
-// -----------------------------------------------------------------------------------------------------
+// --- the journal ---
 
 void TreePathLockProvider::writeJournal(Component* component, Kind kind) {
     for (JournalEntry& entry : table->journal) {
@@ -243,9 +297,11 @@ void TreePathLockProvider::writeJournal(Component* component, Kind kind) {
 
 void TreePathLockProvider::eraseJournal(Component* component) {
     const auto caller = static_cast<std::int16_t>(internal::threadId());
+    const int process = internal::processId();
     const int id = component->getComponentId();
     for (JournalEntry& entry : table->journal) {
-        if (entry.tid == caller && entry.componentId == id && entry.inUse != 0) {
+        // The process is compared as well, since threads of two can have the same 16 bits.
+        if (entry.tid == caller && entry.componentId == id && entry.inUse != 0 && entry.pid == process) {
             entry.inUse = 0;
             return;
         }
@@ -264,7 +320,11 @@ void TreePathLockProvider::recoverLock() {
         }
     }
     for (unsigned int i = 0; i < count; ++i) {
-        recover(dead[i]);
+        try {
+            recover(dead[i]);
+        } catch (const TavrelException&) { // NOLINT(bugprone-empty-catch)
+            // A component that this process has no place for: left to one that has.
+        }
     }
 }
 

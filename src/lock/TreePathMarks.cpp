@@ -95,7 +95,7 @@ bool TreePathLockProvider::is_wait(Component* component) {
 }
 
 void TreePathLockProvider::set_wait(Component* component, bool on) {
-    for (Component* const step : pathOf(component)) {
+    for (Component* const step : on ? pathToMark(component) : pathToUnmark(component)) {
         LockRecord& record = *treeLock(step);
         if (on) {
             ++record.waitingBeneath;
@@ -108,7 +108,7 @@ void TreePathLockProvider::set_wait(Component* component, bool on) {
 }
 
 bool TreePathLockProvider::rd_lock(Component* component) {
-    const std::vector<Component*>& path = pathOf(component);
+    const std::vector<Component*>& path = pathToMark(component);
     for (Component* const step : path) {
         LockRecord& record = *treeLock(step);
         if (record.writers != 0) {
@@ -133,7 +133,7 @@ bool TreePathLockProvider::rd_lock(Component* component) {
 }
 
 bool TreePathLockProvider::wr_lock(Component* component) {
-    const std::vector<Component*>& path = pathOf(component);
+    const std::vector<Component*>& path = pathToMark(component);
     for (Component* const step : path) {
         LockRecord& record = *treeLock(step);
         if (record.readers != 0 || record.writers != 0) {
@@ -168,7 +168,7 @@ int TreePathLockProvider::wr_unlock(Component* component) {
 }
 
 int TreePathLockProvider::rd_unlock(Component* component, short pid, short tid) {
-    for (Component* const step : pathOf(component)) {
+    for (Component* const step : pathToUnmark(component)) {
         LockRecord& record = *treeLock(step);
         countDown(record.readersBeneath);
         removeHolder(record, readBeneath, pid, tid);
@@ -180,7 +180,7 @@ int TreePathLockProvider::rd_unlock(Component* component, short pid, short tid) 
 }
 
 int TreePathLockProvider::wr_unlock(Component* component, short pid, short tid) {
-    for (Component* const step : pathOf(component)) {
+    for (Component* const step : pathToUnmark(component)) {
         LockRecord& record = *treeLock(step);
         countDown(record.writersBeneath);
         removeHolder(record, writeBeneath, pid, tid);

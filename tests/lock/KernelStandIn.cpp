@@ -1,16 +1,20 @@
 #include "lock/KernelStandIn.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <utility>
 
 namespace tavrel::test {
@@ -18,6 +22,8 @@ namespace tavrel::test {
 namespace {
 
 KernelStandIn* standIns = nullptr;
+const char* hiddenFile = nullptr;
+constexpr const char* shownFile = "/tmp/file_stand_in";
 
 /// The C library's own function of this name.
 template <typename Function>
@@ -40,6 +46,16 @@ KernelStandIn::KernelStandIn(std::string callName, std::function<int(const Kerne
 
 KernelStandIn::~KernelStandIn() {
     standIns = next;
+}
+
+FileStandIn::FileStandIn(const char* path, const std::string& text) {
+    std::ofstream(shownFile) << text;
+    hiddenFile = path;
+}
+
+FileStandIn::~FileStandIn() {
+    hiddenFile = nullptr;
+    std::remove(shownFile);
 }
 
 int standInAnswer(const KernelCall& call) {
@@ -145,4 +161,40 @@ int pthread_rwlock_unlock(pthread_rwlock_t* lock) noexcept {
         return answer;
     }
     return tavrel::test::original<int(pthread_rwlock_t*)>("pthread_rwlock_unlock")(lock);
+}
+
+long syscall(long number, ...) noexcept {
+    long argument[6];
+    std::va_list arguments;
+    va_start(arguments, number);
+    for (long& each : argument) {
+        each = va_arg(arguments, long);
+    }
+    va_end(arguments);
+    const char* const name = number == SYS_futex    ? "futex"
+                             : number == SYS_tkill  ? "tkill"
+                             : number == SYS_tgkill ? "tgkill"
+                                                    : "other";
+    const int answer =
+        tavrel::test::standInAnswer({name, {argument[0], argument[1], argument[2], argument[3]}, nullptr});
+    if (answer == tavrel::test::KernelStandIn::succeed) {
+        return 0;
+    }
+    if (answer != 0) {
+        errno = answer;
+        return -1;
+    }
+    return tavrel::test::original<long(long, ...)>("syscall")(number, argument[0], argument[1], argument[2],
+                                                              argument[3], argument[4], argument[5]);
+}
+
+int open(const char* path, int flags, ...) {
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const auto mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    const char* const hidden = tavrel::test::hiddenFile;
+    const char* const shown =
+        hidden != nullptr && std::strcmp(path, hidden) == 0 ? tavrel::test::shownFile : path;
+    return tavrel::test::original<int(const char*, int, ...)>("open")(shown, flags, mode);
 }

@@ -39,6 +39,15 @@ private:
     KernelStandIn* next;
 };
 
+/// Lets the library read `text` where it opens the file `path` of the system, as long as it lives.
+class FileStandIn {
+public:
+    FileStandIn(const char* path, const std::string& text);
+    ~FileStandIn();
+    FileStandIn(const FileStandIn&) = delete;
+    FileStandIn& operator=(const FileStandIn&) = delete;
+};
+
 /// An answer: every call fails with `errnum`.
 std::function<int(const KernelCall&)> failing(int errnum);
 

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <vector>
 
 namespace qz::internal {
@@ -34,8 +35,8 @@ public:
     /// @return null if a shared table of another size is in use or the kernel refuses
     void* get(unsigned int size);
 
-    /// True if the shared table has no user but this process.
-    bool isAlone();
+    /// True if this process has just come to a shared table that nobody else uses.
+    bool isFirstUser();
 
 private:
     bool shared;
@@ -50,8 +51,9 @@ private:
 /// is found by the next who asks for any lock, and its lock is taken off the table. Locks are not recursive,
 /// and there is no time limit.
 ///
-/// At most 127 locks can be held in the whole tree at once: the root counts each of them, and the one that
-/// finds no room ends its process with `abort()`.
+/// At most 128 locks can be held in the whole tree at once: the root counts each of them, a write lock twice
+/// while it is being taken, and a lock on the root itself twice. The one that finds no room ends its process
+/// with `abort()`.
 ///
 /// Locks: every operation holds the table's mutex, which all processes share, and gives it up only to sleep.
 /// The marked operations are called with it held. Threads: any.
@@ -98,9 +100,9 @@ public:
     ~TreePathLockProvider() override;
 
     /// Finds or makes the table: "tavrel.compo.shared" says where, "tavrel.compo.max" for how many
-    /// components.
-    /// @throws TavrelException "lock table is unavailable." if one of another size is in use or the kernel
-    /// refuses
+    /// components. Processes that start at the same moment wait for each other here.
+    /// @throws TavrelException "lock table is unavailable." if one of another size is in use, the kernel
+    ///         refuses, or no table can hold so many components
     void initialize() override;
 
     /// Waits without limit.
@@ -119,8 +121,7 @@ public:
     /// Takes all marks off the table; only for a process that knows that nobody holds a lock.
     void setup() override;
 
-    // --- the steps
-    // -------------------------------------------------------------------------------------------------
+    // --- the steps ---
 
     /// The record of a component. @throws TavrelException "invalid component id." if the table has none
     LockRecord* treeLock(Component* component);
@@ -155,7 +156,11 @@ public:
     void recoverLock();
 
 private:
-    const std::vector<Component*>& pathOf(Component* component);
+    LockPath& pathOf(Component* component);
+    void findWayUp(Component* component, std::vector<Component*>& path);
+    const std::vector<Component*>& pathToMark(Component* component);
+    const std::vector<Component*>& pathToUnmark(Component* component);
+    void openTable();
     void enterPath(Component* component);
     void leavePath(Component* component);
     void writeJournal(Component* component, Kind kind);
@@ -163,7 +168,7 @@ private:
     void recover(unsigned int journalIndex);
 
     int maxCount;
-    LockMemory* memory;
+    std::unique_ptr<LockMemory> memory;
     internal::LockTable* table;
     std::map<Component*, LockPath> paths;
     std::map<Component*, LockPath>::node_type spare;
