@@ -5,6 +5,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <string>
 
 using namespace tavrel::test;
 
@@ -25,6 +26,26 @@ std::size_t secondRecord() {
     const auto length = static_cast<unsigned char>(bytes[firstRecord + 40]) +
                         (static_cast<std::size_t>(static_cast<unsigned char>(bytes[firstRecord + 41])) << 8);
     return (firstRecord + 48 + length + 15) / 16 * 16;
+}
+
+/// Writes `id` in place of the last link of the stored tree, that of the second sensor of power supply 1,
+/// component 49.
+void relink(unsigned int id) {
+    const std::string bytes = content(database);
+    const std::string live("\0BDN", 4);
+    std::size_t record = bytes.find(std::string("tavrel1") + '\0');
+    while (bytes.substr(record + 44, 4) != live) {
+        record = bytes.find(std::string("tavrel1") + '\0', record + 1);
+    }
+    const auto byte = [&](std::size_t i) {
+        return static_cast<std::size_t>(static_cast<unsigned char>(bytes[record + 40 + i]));
+    };
+    const std::size_t end = record + 48 + (byte(0) | byte(1) << 8);
+    std::string link;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        link += static_cast<char>(id >> shift & 0xFF);
+    }
+    overwrite(database, end - 4, link);
 }
 
 void expectRefusal(const std::string& path, const std::string& reason) {
@@ -128,6 +149,34 @@ TEST_F(ToolDamagedStore, WithAVersionButNoTreeIsNotUsed) {
               "tavrel: the store holds version '1.0' but no tree: it is damaged, or belongs to another "
               "specification\n");
     EXPECT_EQ(content(database), damaged);
+}
+
+TEST_F(ToolDamagedStore, WithACircleInTheTreeIsNotWalked) {
+    for (const unsigned int id : {0U, 49U}) {
+        relink(id);
+
+        for (const char* command : {"tree", "start"}) {
+            const Result result = tool({command});
+
+            EXPECT_EQ(result.code, 1);
+            EXPECT_EQ(result.err, "tavrel: the stored tree is damaged: component " + std::to_string(id) +
+                                      " is beneath itself\n");
+        }
+        relink(51);
+    }
+    EXPECT_EQ(tool({"tree"}).code, 0);
+}
+
+TEST_F(ToolDamagedStore, WithALinkBeyondTheLimitIsNotWalked) {
+    relink(256);
+
+    const Result result = tool({"tree"});
+
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(
+        result.err,
+        "tavrel: component 49 links to component 256: the stored tree is damaged, or tavrel.compo.max = "
+        "256 was lowered\n");
 }
 
 TEST_F(ToolDamagedStore, IsNoneWhileOthersWriteIt) {

@@ -5,6 +5,7 @@
 #include "Sections.h"
 #include "StoredValues.h"
 #include "ToolFactory.h"
+#include "TreeCheck.h"
 
 #include <qz/tavrel/Builder.h>
 #include <qz/tavrel/Component.h>
@@ -166,6 +167,7 @@ void Session::build(Builder& builder) {
     started.configuredVersion = input.properties.getProperty("tavrel.compo.ver");
     started.storedVersion = storedVersion(builder);
     if (!started.storedVersion.empty()) {
+        checkTree(input.max);
         checkRoot();
     }
 
