@@ -37,7 +37,7 @@ void writeFile(const std::string& content) {
 class History : public testing::Test {
 protected:
     History() { history.assign(path); }
-    ~History() override { scriptedTimes.clear(); }
+    void TearDown() override { scriptedTimes.clear(); }
 
     /// Records a change and closes its revision at a time.
     void record(int revision, int id, timeval when, int type = 1) {

@@ -53,7 +53,7 @@ public:
 private:
     struct Slot {
         std::uint32_t length = 0;
-        std::array<char, 1 << 16> bytes;
+        std::array<char, 1 << 16> bytes{};
     };
     struct Value {
         std::atomic<std::uint32_t> current{0};

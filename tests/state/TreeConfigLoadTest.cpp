@@ -10,6 +10,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -117,15 +118,16 @@ void expectWholeTree(View& view) {
 /// Attaches a new node under a random one, or frees a random leaf, and counts the section in the root's
 /// number.
 void changeAtRandom(View& view, std::minstd_rand& random) {
+    constexpr int most = 200;
     TreeConfig& tree = view.tree;
     const int count = tree.getNodeCount();
     const int chosen = static_cast<int>(random() % static_cast<unsigned>(count));
     const bool isInUse = tree.getNodeType(chosen) != 0;
+    const int unused = tree.getUnusedNodeId();
     if (isInUse && chosen != 0 && view.targetsOf(chosen).empty() && random() % 2 == 0) {
         tree.remove(tree.getSrc(chosen), chosen, owned);
         tree.setNodeInfo(chosen, 0, -1);
-    } else {
-        const int unused = tree.getUnusedNodeId();
+    } else if (unused != -1 || count < most) {
         const int id = unused != -1 ? unused : count;
         tree.add(isInUse ? chosen : 0, id, owned);
         tree.setNodeInfo(id, 7, 0);
@@ -219,22 +221,23 @@ TEST_F(TreeConfigUnderLoad, LosesNoChangeOfAnyProcess) {
 // every finished section stays, and each link is known at both ends.
 TEST_F(TreeConfigUnderLoad, LosesNoFinishedChangeWhenProcessesAreKilledAndStartedAnew) {
     constexpr int endless = 1000000;
-    constexpr int workers = 3;
-    constexpr int kills = 40;
-    const auto store = std::make_shared<SlotStore>();
-    open = [store] { return store; };
+    constexpr std::size_t workers = 3;
+    constexpr std::size_t kills = 40;
+    open = [store = std::make_shared<SlotStore>()]() -> std::shared_ptr<qz::tavrel::Resource> {
+        return store;
+    };
     expectGood = expectMirror;
     build();
     ChildProcess& survivor = start(600);
-    std::vector<ChildProcess*> victims;
-    for (int i = 0; i < workers; ++i) {
-        victims.push_back(&start(endless));
+    std::array<ChildProcess*, workers> victims{};
+    for (ChildProcess*& victim : victims) {
+        victim = &start(endless);
     }
 
     go();
-    for (int i = 0; i < kills; ++i) {
+    for (std::size_t i = 0; i < kills; ++i) {
         ASSERT_TRUE(letThemFinish(9));
-        ChildProcess*& victim = victims[static_cast<std::size_t>(i % workers)];
+        ChildProcess*& victim = victims[i % workers];
         victim->kill();
         victim = &start(endless);
         victim->talk().tell('g');
@@ -248,7 +251,7 @@ TEST_F(TreeConfigUnderLoad, LosesNoFinishedChangeWhenProcessesAreKilledAndStarte
     view.refresh();
     expectMirror(view);
     EXPECT_GE(view.tree.getNodeNumber(0), *finished);
-    EXPECT_LE(view.tree.getNodeNumber(0), *finished + kills + workers)
+    EXPECT_LE(view.tree.getNodeNumber(0), *finished + static_cast<int>(kills + workers))
         << "each may have died before it counted its last";
 }
 

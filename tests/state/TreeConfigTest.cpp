@@ -843,7 +843,7 @@ protected:
         tree.assign(historyPath);
         other.assign(historyPath);
     }
-    ~RecordedTree() override { scriptedTimes.clear(); }
+    void TearDown() override { scriptedTimes.clear(); }
 
     static int revisionAt(TreeConfig& view, timeval when) { return view.getRevision(when); }
 };
