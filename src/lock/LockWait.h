@@ -11,6 +11,24 @@ namespace qz::internal {
 /// sleeper cannot hold up: bit 0 says that somebody may sleep, the rest counts the wakings. It is changed
 /// with the mutex held only.
 
+/// Takes the table's mutex. Whoever finds it free reads no clock and makes no system call.
+///
+/// The C library's unlock wakes one waiter; when that one is being killed, the others would sleep on beside
+/// a mutex that is free. So a waiter looks again every 50 ms.
+void lockTableMutex(pthread_mutex_t& mutex);
+
+/// Holds the table's mutex for a scope.
+class [[nodiscard]] TableGuard {
+public:
+    explicit TableGuard(pthread_mutex_t& held) : mutex(held) { lockTableMutex(mutex); }
+    ~TableGuard() { pthread_mutex_unlock(&mutex); }
+    TableGuard(const TableGuard&) = delete;
+    TableGuard& operator=(const TableGuard&) = delete;
+
+private:
+    pthread_mutex_t& mutex;
+};
+
 /// Gives the mutex up, sleeps until the next `wakeAll` or longer than needed never, and takes the mutex
 /// again. May return without cause.
 void sleepOn(pthread_cond_t& condition, pthread_mutex_t& mutex);

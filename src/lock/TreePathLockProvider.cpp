@@ -1,6 +1,5 @@
 #include "base/Decimal.h"
 #include "base/Fault.h"
-#include "base/Guards.h"
 #include "base/ThreadIds.h"
 #include "base/Trace.h"
 #include "lock/HolderLife.h"
@@ -28,7 +27,7 @@ namespace qz::tavrel {
 namespace point = internal::point;
 using internal::JournalEntry;
 using internal::LockTable;
-using internal::MutexGuard;
+using internal::TableGuard;
 using internal::trace;
 
 namespace {
@@ -130,7 +129,7 @@ TreePathLockProvider::LockRecord* TreePathLockProvider::treeLock(Component* comp
 }
 
 void TreePathLockProvider::write(std::ostream&) {
-    const MutexGuard guard(table->mutex);
+    const TableGuard guard(table->mutex);
     for (const JournalEntry& entry : table->journal) {
         if (entry.inUse == 0) {
             continue;
@@ -231,7 +230,7 @@ void TreePathLockProvider::leavePath(Component* component) {
 
 void TreePathLockProvider::readLock(Component* component) {
     Component::getRoot(); // brings the tree up to date before the mutex is taken
-    const MutexGuard guard(table->mutex);
+    const TableGuard guard(table->mutex);
     recoverLock();
     enterPath(component);
     while (is_wait(component) || !rd_lock(component)) {
@@ -244,7 +243,7 @@ void TreePathLockProvider::readLock(Component* component) {
 
 void TreePathLockProvider::writeLock(Component* component) {
     Component::getRoot();
-    const MutexGuard guard(table->mutex);
+    const TableGuard guard(table->mutex);
     recoverLock();
     enterPath(component);
     set_wait(component, true);
@@ -259,7 +258,7 @@ void TreePathLockProvider::writeLock(Component* component) {
 }
 
 void TreePathLockProvider::readUnlock(Component* component) {
-    const MutexGuard guard(table->mutex);
+    const TableGuard guard(table->mutex);
     if (rd_unlock(component) == 0) {
         internal::wakeAll(table->condition);
         trace(point::LastReaderLeft, component->getComponentId(), 0);
@@ -269,7 +268,7 @@ void TreePathLockProvider::readUnlock(Component* component) {
 }
 
 void TreePathLockProvider::writeUnlock(Component* component) {
-    const MutexGuard guard(table->mutex);
+    const TableGuard guard(table->mutex);
     if (wr_unlock(component) == 0) {
         internal::wakeAll(table->condition);
         trace(point::WriterLeft, component->getComponentId(), 0);

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -173,6 +174,23 @@ TEST_F(TreePathRecoveryTest, DoesNotLetASleeperThatIsKilledHoldUpTheOthers) {
     living.release();
     provider.writeLock(tree.leaf);
     provider.writeUnlock(tree.leaf);
+    expectUnlocked();
+}
+
+TEST_F(TreePathRecoveryTest, DoesNotStrandThoseWhoQueueForTheMutexWhenTheOneThatWasWokenIsKilled) {
+    pthread_mutex_lock(&table->mutex);
+    Holder woken(provider, LockKind::write, tree.leaf);
+    Holder next(provider, LockKind::write, tree.beside);
+    woken.expectWaiting();
+    next.expectWaiting();
+
+    woken.kill();
+    // What the unlock leaves behind whose wake-up the killed process has taken along.
+    const pthread_mutex_t unlocked = PTHREAD_MUTEX_INITIALIZER;
+    std::memcpy(&table->mutex, &unlocked, sizeof unlocked);
+
+    next.expectHeld();
+    next.release();
     expectUnlocked();
 }
 
