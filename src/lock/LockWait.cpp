@@ -52,6 +52,10 @@ std::uint32_t* wordOf(pthread_cond_t& condition) {
     return reinterpret_cast<std::uint32_t*>(&condition);
 }
 
+std::uint32_t afterWaking(std::uint32_t seen) {
+    return (seen & ~somebodySleeps) + oneWaking;
+}
+
 } // namespace
 
 void lockTableMutex(pthread_mutex_t& mutex) {
@@ -71,15 +75,30 @@ void sleepOn(pthread_cond_t& condition, pthread_mutex_t& mutex) {
     lockTableMutex(mutex);
 }
 
+void makeAnew(pthread_cond_t& condition) {
+    std::uint32_t* const word = wordOf(condition);
+    const std::uint32_t seen = __atomic_load_n(word, __ATOMIC_RELAXED);
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+    pthread_cond_init(&condition, &attributes);
+    pthread_condattr_destroy(&attributes);
+    __atomic_store_n(word, afterWaking(seen), __ATOMIC_RELEASE);
+}
+
+void wakeSleepers(pthread_cond_t& condition) {
+    syscall(SYS_futex, wordOf(condition), FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+}
+
 void wakeAll(pthread_cond_t& condition) {
     std::uint32_t* const word = wordOf(condition);
     const std::uint32_t seen = __atomic_load_n(word, __ATOMIC_RELAXED);
     if ((seen & somebodySleeps) == 0) {
         return;
     }
-    __atomic_store_n(word, (seen & ~somebodySleeps) + oneWaking, __ATOMIC_RELAXED);
+    __atomic_store_n(word, afterWaking(seen), __ATOMIC_RELAXED);
     // A process that dies here still holds the mutex, which nobody can take from it.
-    syscall(SYS_futex, word, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+    wakeSleepers(condition);
 }
 
 } // namespace qz::internal

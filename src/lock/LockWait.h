@@ -33,6 +33,12 @@ private:
 /// again. May return without cause.
 void sleepOn(pthread_cond_t& condition, pthread_mutex_t& mutex);
 
+/// Makes the condition variable anew, so that those who are about to sleep on it do not.
+void makeAnew(pthread_cond_t& condition);
+
+/// Wakes all who sleep, whatever the word says of them.
+void wakeSleepers(pthread_cond_t& condition);
+
 /// Wakes all who sleep; no system call when nobody does. Locks: the mutex is held.
 void wakeAll(pthread_cond_t& condition);
 

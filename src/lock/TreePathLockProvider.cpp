@@ -46,11 +46,7 @@ void initMutexAndCondition(LockTable& table) {
     pthread_mutex_init(&table.mutex, &mutexShared);
     pthread_mutexattr_destroy(&mutexShared);
 
-    pthread_condattr_t conditionShared;
-    pthread_condattr_init(&conditionShared);
-    pthread_condattr_setpshared(&conditionShared, PTHREAD_PROCESS_SHARED);
-    pthread_cond_init(&table.condition, &conditionShared);
-    pthread_condattr_destroy(&conditionShared);
+    internal::makeAnew(table.condition);
 }
 
 } // namespace
@@ -112,12 +108,14 @@ void TreePathLockProvider::openTable() {
 }
 
 void TreePathLockProvider::initTreePathLockMemory() {
-    initMutexAndCondition(*table);
+    // Those who sleep are let go last: they find no marks.
     std::memset(table->records(), 0, static_cast<std::size_t>(maxCount) * sizeof(LockRecord));
+    initMutexAndCondition(*table);
 }
 
 void TreePathLockProvider::setup() {
     initTreePathLockMemory();
+    internal::wakeSleepers(table->condition);
 }
 
 TreePathLockProvider::LockRecord* TreePathLockProvider::treeLock(Component* component) {
@@ -252,6 +250,9 @@ void TreePathLockProvider::writeLock(Component* component) {
         // then on.
         internal::sleepOn(table->condition, table->mutex);
         trace(point::WriterWoke, component->getComponentId(), 0);
+        if (!isMarkedAsWaiting(component)) {
+            set_wait(component, true); // `setup` has taken the marks off
+        }
     }
     set_wait(component, false);
     writeJournal(component, writeHere);

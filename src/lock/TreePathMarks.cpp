@@ -107,6 +107,15 @@ void TreePathLockProvider::set_wait(Component* component, bool on) {
     }
 }
 
+/// True if the caller's own wait is marked.
+bool TreePathLockProvider::isMarkedAsWaiting(Component* component) {
+    const LockRecord& record = *treeLock(component);
+    return std::any_of(std::begin(record.holders), std::end(record.holders), [](const LockContext& holder) {
+        return holder.kind == waitBeneath && holder.pid == holderPid(callerPid()) &&
+               holder.tid == callerTid();
+    });
+}
+
 bool TreePathLockProvider::rd_lock(Component* component) {
     const std::vector<Component*>& path = pathToMark(component);
     for (Component* const step : path) {

@@ -306,6 +306,34 @@ TEST(TreePathTable, LosesItsMarksAndKeepsItsJournalAtSetup) {
     tree.provider.readUnlock(tree.leaf);
 }
 
+TEST(TreePathTable, LetsItsSleepersGoAtSetup) {
+    LockedTree tree;
+    tree.provider.writeLock(tree.leaf);
+    Holder reader(tree.provider, LockKind::read, tree.leaf);
+    reader.expectWaiting();
+
+    tree.provider.setup();
+
+    reader.expectHeld();
+    reader.release();
+}
+
+TEST(TreePathTable, HoldsNobodyBackForAWriterThatSleptAtSetup) {
+    LockedTree tree;
+    tree.provider.writeLock(tree.leaf);
+    Holder writer(tree.provider, LockKind::write, tree.leaf);
+    writer.expectWaiting();
+
+    tree.provider.setup();
+
+    writer.expectHeld();
+    writer.release();
+    TableView table;
+    EXPECT_TRUE(table.isUnmarked(64));
+    tree.provider.readLock(tree.leaf);
+    tree.provider.readUnlock(tree.leaf);
+}
+
 TEST(TreePathTable, PrintsNothingWithoutLocks) {
     LockedTree tree;
 

@@ -118,7 +118,8 @@ public:
     /// Prints a line for each lock that is held, always on the standard output.
     void write(std::ostream& stream) override;
 
-    /// Takes all marks off the table; only for a process that knows that nobody holds a lock.
+    /// Takes all marks off the table and lets those who sleep try again; only for a process that knows that
+    /// nobody holds a lock.
     void setup() override;
 
     // --- the steps ---
@@ -160,6 +161,7 @@ private:
     void findWayUp(Component* component, std::vector<Component*>& path);
     const std::vector<Component*>& pathToMark(Component* component);
     const std::vector<Component*>& pathToUnmark(Component* component);
+    bool isMarkedAsWaiting(Component* component);
     void openTable();
     void enterPath(Component* component);
     void leavePath(Component* component);
