@@ -26,7 +26,8 @@ struct Attachment {
         }
     }
 
-    SharedMemory memory{tableKey};
+    // Never destroyed: its own end would free once more, with nobody kept off.
+    SharedMemory& memory = *new SharedMemory(tableKey);
     bool used = false;
     bool held = false;  ///< a `get` has attached
     bool first = false; ///< the last `get` was the one that did

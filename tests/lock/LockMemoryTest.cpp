@@ -1,4 +1,6 @@
 #include "lock/Expect.h"
+#include "lock/KernelStandIn.h"
+#include "lock/SharedPage.h"
 #include "support/ChildProcess.h"
 
 #include <qz/tavrel/TreePathLockProvider.h>
@@ -8,6 +10,7 @@
 #include <sys/shm.h>
 
 #include <algorithm>
+#include <atomic>
 
 using qz::tavrel::LockMemory;
 using namespace tavrel::test;
@@ -116,6 +119,27 @@ TEST(LockMemory, RemovesTheSharedTableAlsoWhenAProcessJustEnds) {
     EXPECT_EQ(0, ending.wait());
 
     EXPECT_EQ(-1, segment());
+}
+
+TEST(LockMemory, LeavesTheSharedTableOnceWhenAProcessJustEnds) {
+    LockMemory stays(true);
+    stays.get(4096);
+    SharedPage<std::atomic<int>> looks;
+    ChildProcess ending([&](Talk&) -> int {
+        auto* const left = new LockMemory(true);
+        left->get(4096);
+        // Never destroyed, so that it sees the very end.
+        static KernelStandIn* const states = new KernelStandIn("shmctl", [&looks](const KernelCall&) {
+            ++*looks;
+            return 0;
+        });
+        static_cast<void>(states);
+        std::exit(0);
+    });
+
+    EXPECT_EQ(0, ending.wait());
+
+    EXPECT_EQ(1, *looks) << "a second one would have nobody kept off";
 }
 
 TEST(LockMemory, KnowsWhetherItIsTheFirstUserOfTheTable) {
