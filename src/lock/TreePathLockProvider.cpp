@@ -54,38 +54,47 @@ void initMutexAndCondition(LockTable& table) {
 TreePathLockProvider::TreePathLockProvider() : maxCount(0), table(nullptr) {}
 
 TreePathLockProvider::~TreePathLockProvider() {
-    // Others are kept off while this process may be the last to leave: nobody attaches to what is being
-    // removed.
+    leaveTable();
+}
+
+// --- the table ---
+
+/// Others are kept off while this process may be the last to leave: nobody attaches to what is being removed.
+void TreePathLockProvider::leaveTable() {
+    if (memory == nullptr) {
+        return;
+    }
     std::optional<SemaphoreLock> guard;
     try {
         guard.emplace(internal::lockStartName, 0);
     } catch (...) { // NOLINT(bugprone-empty-catch): leaving has to go on
     }
+    table = nullptr;
     memory.reset();
 }
-
-// --- the table ---
 
 void TreePathLockProvider::initialize() {
     const bool shared = configuration.getProperty("tavrel.compo.shared") == "enable";
     maxCount = internal::decimal(configuration.getProperty("tavrel.compo.max"));
-    memory.reset();
-    memory = std::make_unique<LockMemory>(shared);
     if (!shared) {
-        openTable();
+        leaveTable();
+        openTable(shared);
         return;
     }
     try {
         const SemaphoreLock guard(internal::lockStartName, 0);
-        openTable();
+        openTable(shared);
     } catch (const std::system_error& refused) {
         internal::raise(fileLabel, "initialize", refused.code().value());
     }
 }
 
 /// Finds the table, or sets it up. A shared one: no other process does so at the same time.
-void TreePathLockProvider::openTable() {
+void TreePathLockProvider::openTable(bool shared) {
     const std::uint64_t size = tableSize(maxCount);
+    table = nullptr;
+    memory.reset();
+    memory = std::make_unique<LockMemory>(shared);
     table = maxCount < 0 || size > std::numeric_limits<unsigned int>::max()
                 ? nullptr
                 : static_cast<LockTable*>(memory->get(static_cast<unsigned int>(size)));
@@ -127,8 +136,13 @@ TreePathLockProvider::LockRecord* TreePathLockProvider::treeLock(Component* comp
 }
 
 void TreePathLockProvider::write(std::ostream&) {
-    const TableGuard guard(table->mutex);
-    for (const JournalEntry& entry : table->journal) {
+    JournalEntry journal[internal::journalSize];
+    {
+        const TableGuard guard(table->mutex);
+        std::memcpy(journal, table->journal, sizeof journal);
+    }
+    // Printing may take its time, and so may the question who lives: nobody waits for either.
+    for (const JournalEntry& entry : journal) {
         if (entry.inUse == 0) {
             continue;
         }

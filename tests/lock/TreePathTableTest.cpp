@@ -5,9 +5,13 @@
 #include "support/FaultText.h"
 #include "support/TraceCapture.h"
 
+#include <qz/base/SemaphoreLock.h>
+
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/shm.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
@@ -158,6 +162,31 @@ TEST(TreePathTable, IsRefusedInAnotherSizeWhileAnotherProcessUsesIt) {
 
     other.kill();
     EXPECT_EQ("nothing raised", faultText(initialize));
+}
+
+TEST(TreePathTable, IsLeftWithOthersKeptOffWhenAProviderIsInitializedAgain) {
+    const std::unique_ptr<TreePathLockProvider> provider(newProvider(64));
+    provider->initialize();
+    ChildProcess other([](Talk& talk) {
+        const SemaphoreLock keptOff("/tavrel_lock_start", 0);
+        talk.tell('h');
+        talk.waitFor('g');
+        return 0;
+    });
+    other.talk().waitFor('h');
+    std::atomic<pid_t> tid{0};
+    KernelStandIn detaches("shmdt", failing(0));
+
+    std::thread starter([&] {
+        tid = gettid();
+        provider->initialize();
+    });
+
+    waitUntil([&] { return tid != 0 && isAsleep(tid); });
+    EXPECT_EQ(0, detaches.calls());
+    other.talk().tell('g');
+    starter.join();
+    EXPECT_EQ(1, detaches.calls());
 }
 
 TEST(TreePathTable, IsRefusedForANumberOfComponentsThatNoTableHolds) {
@@ -338,6 +367,35 @@ TEST(TreePathTable, PrintsNothingWithoutLocks) {
     LockedTree tree;
 
     EXPECT_EQ("", printed(tree.provider));
+}
+
+TEST(TreePathTable, PrintsWithNobodyKeptFromTheMutex) {
+    LockedTree tree;
+    tree.provider.readLock(tree.leaf);
+    TableView table;
+    int pipeEnds[2];
+    ASSERT_EQ(0, pipe(pipeEnds));
+    const int room = fcntl(pipeEnds[1], F_GETPIPE_SZ);
+    ASSERT_LT(0, room);
+    const std::string filling(static_cast<std::size_t>(room), ' ');
+    ASSERT_EQ(room, write(pipeEnds[1], filling.data(), filling.size()));
+    ChildProcess printer([&](Talk& talk) {
+        dup2(pipeEnds[1], STDOUT_FILENO);
+        std::setvbuf(stdout, nullptr, _IONBF, 0);
+        talk.tell('p');
+        tree.provider.write(std::cerr);
+        return 0;
+    });
+    printer.talk().waitFor('p');
+
+    waitUntil([&] { return isAsleep(printer.pid()); });
+
+    EXPECT_EQ(0, pthread_mutex_trylock(&table->mutex)) << "nobody reads what is printed";
+    pthread_mutex_unlock(&table->mutex);
+    printer.kill();
+    close(pipeEnds[0]);
+    close(pipeEnds[1]);
+    tree.provider.readUnlock(tree.leaf);
 }
 
 TEST(TreePathTable, PrintsALineForEachLockOnTheStandardOutput) {

@@ -162,7 +162,8 @@ private:
     const std::vector<Component*>& pathToMark(Component* component);
     const std::vector<Component*>& pathToUnmark(Component* component);
     bool isMarkedAsWaiting(Component* component);
-    void openTable();
+    void openTable(bool shared);
+    void leaveTable();
     void enterPath(Component* component);
     void leavePath(Component* component);
     void writeJournal(Component* component, Kind kind);
