@@ -42,6 +42,12 @@ TreeFixture::TreeFixture(TreeParts parts)
     define(board, "Board").addComponentCount(sensor, 2);
     define(fan, "Fan");
     define(sensor, "Sensor");
+
+    // Loads the stored tree.
+    config->writeLock();
+    config->lock();
+    config->unlock();
+    config->writeUnlock();
 }
 
 TreeFixture::~TreeFixture() {
