@@ -238,7 +238,10 @@ TEST_F(TreePathRecoveryTest, TakesEveryAnswerButMinusOneForALivingHolder) {
 
 TEST_F(TreePathRecoveryTest, FreesAnEntryOfAnUnknownKindAndTouchesNoMarks) {
     provider.readLock(tree.leaf);
+    Holder writer(provider, LockKind::write, tree.middle);
+    writer.expectWaiting();
     const pid_t dead = leaveLock(LockKind::read, tree.beside);
+    ASSERT_EQ(2U, table.journal().size());
     table->journal[1].kind = 9;
     const TraceCapture capture;
     const KernelStandIn futexes("futex", failing(0));
@@ -246,12 +249,14 @@ TEST_F(TreePathRecoveryTest, FreesAnEntryOfAnUnknownKindAndTouchesNoMarks) {
     provider.readLock(tree.leaf);
 
     EXPECT_EQ(1, table.record(id(tree.beside)).readers);
-    EXPECT_EQ(0, futexes.calls());
+    EXPECT_EQ(0, futexes.calls()) << "nobody is woken";
     expectWords(capture, 0x40201, errorFlags, {id(tree.beside), 9, dead, dead, 0, 0});
     expectWords(capture, 0x40202, infoFlags, {id(tree.beside), 9});
     EXPECT_EQ(2U, table.journal().size());
     provider.readUnlock(tree.leaf);
     provider.readUnlock(tree.leaf);
+    writer.expectHeld();
+    writer.release();
 }
 
 TEST_F(TreePathRecoveryTest, FreesAnEntryWhoseComponentTheTableDoesNotHave) {
