@@ -12,7 +12,10 @@
 #include <qz/tavrel/TreePath.h>
 #include <qz/tavrel/TreePathLockProvider.h>
 
+#include <sched.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -51,10 +54,20 @@ void initMutexAndCondition(LockTable& table) {
 
 } // namespace
 
-TreePathLockProvider::TreePathLockProvider() : maxCount(0), table(nullptr) {}
+TreePathLockProvider::TreePathLockProvider()
+    : maxCount(0),
+      table(nullptr),
+      isShared(false),
+      paths(std::make_unique<Paths>()),
+      pathsOwner(internal::processId()),
+      spare(nullptr) {}
 
 TreePathLockProvider::~TreePathLockProvider() {
     leaveTable();
+    delete spare.load();
+    if (pathsOwner != internal::processId()) {
+        static_cast<void>(paths.release()); // of the parent, and perhaps half changed
+    }
 }
 
 // --- the table ---
@@ -95,6 +108,7 @@ void TreePathLockProvider::openTable(bool shared) {
     table = nullptr;
     memory.reset();
     memory = std::make_unique<LockMemory>(shared);
+    isShared = shared;
     table = maxCount < 0 || size > std::numeric_limits<unsigned int>::max()
                 ? nullptr
                 : static_cast<LockTable*>(memory->get(static_cast<unsigned int>(size)));
@@ -123,11 +137,13 @@ void TreePathLockProvider::initTreePathLockMemory() {
 }
 
 void TreePathLockProvider::setup() {
+    enter("setup");
     initTreePathLockMemory();
     internal::wakeSleepers(table->condition);
 }
 
 TreePathLockProvider::LockRecord* TreePathLockProvider::treeLock(Component* component) {
+    requireTable("treeLock");
     const int id = component->getComponentId();
     if (id < 0 || id >= maxCount) {
         internal::raise(fileLabel, "treeLock", "invalid component id.");
@@ -136,6 +152,7 @@ TreePathLockProvider::LockRecord* TreePathLockProvider::treeLock(Component* comp
 }
 
 void TreePathLockProvider::write(std::ostream&) {
+    enter("write");
     JournalEntry journal[internal::journalSize];
     {
         const TableGuard guard(table->mutex);
@@ -151,6 +168,44 @@ void TreePathLockProvider::write(std::ostream&) {
                                                            : "NOP";
         std::printf("[oid:%5d] is in %s by pid=%5d tid=%5d. %s\n", entry.componentId, name, entry.pid,
                     entry.tid, internal::holderLives(entry.pid, entry.tid) ? "" : "(Not Found)");
+    }
+}
+
+/// @throws TavrelException  there is no table
+void TreePathLockProvider::requireTable(const char* function) const {
+    if (table == nullptr) {
+        internal::raise(fileLabel, function, "lock table is unavailable.");
+    }
+}
+
+/// Called by every operation before it takes the mutex.
+void TreePathLockProvider::enter(const char* function) {
+    requireTable(function);
+    if (pathsOwner.load(std::memory_order_acquire) != internal::processId()) {
+        takeOver();
+    }
+}
+
+/// Lets a forked child begin with no paths, as it holds no lock. Those of its parent are left as they are,
+/// since the fork may have come in the middle of a change. A private table is a copy, and begins anew as
+/// well.
+void TreePathLockProvider::takeOver() {
+    const int process = internal::processId();
+    const int underWay = -process;
+    int owner = pathsOwner.load(std::memory_order_acquire);
+    while (owner != process) {
+        if (owner != underWay && pathsOwner.compare_exchange_strong(owner, underWay)) {
+            static_cast<void>(paths.release());
+            paths = std::make_unique<Paths>();
+            if (!isShared) {
+                std::memset(table->journal, 0, sizeof table->journal);
+                initTreePathLockMemory();
+            }
+            pathsOwner.store(process, std::memory_order_release);
+            return;
+        }
+        sched_yield();
+        owner = pathsOwner.load(std::memory_order_acquire);
     }
 }
 
@@ -171,17 +226,44 @@ private:
 
 } // namespace
 
-/// The entry of a component, with the memory of one left before where there is one.
+/// The memory of one entry outside the map. One at a time is kept in the provider, where any thread takes it
+/// without a lock, so that neither work nor allocation is done with the mutex held. It outlives the guard.
+class TreePathLockProvider::PathMemory {
+public:
+    explicit PathMemory(std::atomic<Paths::node_type*>& slot) : home(slot), held(home.exchange(nullptr)) {
+        if (held == nullptr) {
+            held = std::make_unique<Paths::node_type>();
+        }
+    }
+    ~PathMemory() { const std::unique_ptr<Paths::node_type> other(home.exchange(held.release())); }
+    PathMemory(const PathMemory&) = delete;
+    PathMemory& operator=(const PathMemory&) = delete;
+
+    /// An entry for `component`, to be filled.
+    LockPath& entryFor(Component* component) {
+        if (held->empty()) {
+            Paths single;
+            single[component];
+            *held = single.extract(single.begin());
+        }
+        held->key() = component;
+        held->mapped().count = 0;
+        return held->mapped();
+    }
+
+    Paths::node_type take() { return std::move(*held); }
+
+    void keep(Paths::node_type entry) { (held->empty() ? *held : surplus) = std::move(entry); }
+
+private:
+    std::atomic<Paths::node_type*>& home;
+    std::unique_ptr<Paths::node_type> held;
+    Paths::node_type surplus;
+};
+
+/// The entry of a component, made for a step that is called by itself.
 TreePathLockProvider::LockPath& TreePathLockProvider::pathOf(Component* component) {
-    const auto known = paths.find(component);
-    if (known != paths.end()) {
-        return known->second;
-    }
-    if (spare.empty()) {
-        return paths[component];
-    }
-    spare.key() = component;
-    return paths.insert(std::move(spare)).position->second;
+    return (*paths)[component];
 }
 
 /// Works out the component, its parent and so on up to the root.
@@ -219,32 +301,43 @@ const std::vector<Component*>& TreePathLockProvider::pathToUnmark(Component* com
     return pathOf(component).path;
 }
 
-/// Counts a lock or wait of this process on a component; the first one works the way up out afresh.
-void TreePathLockProvider::enterPath(Component* component) {
-    LockPath& way = pathOf(component);
-    if (way.count == 0) {
-        findWayUp(component, way.path);
-    }
-    ++way.count;
+/// Works the way up out for a lock or wait that is to be counted. Takes the tree's lock of this process, so
+/// the mutex is best not held.
+void TreePathLockProvider::prepare(Component* component, PathMemory& way) {
+    findWayUp(component, way.entryFor(component).path);
 }
 
-/// The entry left last is kept aside with its memory, for the next one to enter.
-void TreePathLockProvider::leavePath(Component* component) {
-    const auto entry = paths.find(component);
-    if (entry != paths.end() && --entry->second.count <= 0) {
-        entry->second.count = 0;
-        entry->second.path.clear();
-        spare = paths.extract(entry);
+/// Counts a lock or wait of this process; the first one brings the way up that was prepared.
+void TreePathLockProvider::enterPath(PathMemory& way) {
+    auto result = paths->insert(way.take());
+    LockPath& entry = result.position->second;
+    if (!result.inserted) {
+        if (entry.count == 0) {
+            entry.path.swap(result.node.mapped().path);
+        }
+        way.keep(std::move(result.node));
+    }
+    ++entry.count;
+}
+
+/// The entry left last is kept with its memory.
+void TreePathLockProvider::leavePath(Component* component, PathMemory& way) {
+    const auto entry = paths->find(component);
+    if (entry != paths->end() && --entry->second.count <= 0) {
+        way.keep(paths->extract(entry));
     }
 }
 
 // --- lock and unlock ---
 
 void TreePathLockProvider::readLock(Component* component) {
+    enter("readLock");
     Component::getRoot(); // brings the tree up to date before the mutex is taken
+    PathMemory way(spare);
+    prepare(component, way);
     const TableGuard guard(table->mutex);
     recoverLock();
-    enterPath(component);
+    enterPath(way);
     while (is_wait(component) || !rd_lock(component)) {
         internal::sleepOn(table->condition, table->mutex);
         trace(point::ReaderWoke, component->getComponentId(), 0);
@@ -254,10 +347,13 @@ void TreePathLockProvider::readLock(Component* component) {
 }
 
 void TreePathLockProvider::writeLock(Component* component) {
+    enter("writeLock");
     Component::getRoot();
+    PathMemory way(spare);
+    prepare(component, way);
     const TableGuard guard(table->mutex);
     recoverLock();
-    enterPath(component);
+    enterPath(way);
     set_wait(component, true);
     while (!wr_lock(component)) {
         // A process that dies while it sleeps here leaves its waiting marks: readers on its path wait from
@@ -273,22 +369,26 @@ void TreePathLockProvider::writeLock(Component* component) {
 }
 
 void TreePathLockProvider::readUnlock(Component* component) {
+    enter("readUnlock");
+    PathMemory way(spare);
     const TableGuard guard(table->mutex);
     if (rd_unlock(component) == 0) {
         internal::wakeAll(table->condition);
         trace(point::LastReaderLeft, component->getComponentId(), 0);
     }
-    leavePath(component);
+    leavePath(component, way);
     eraseJournal(component);
 }
 
 void TreePathLockProvider::writeUnlock(Component* component) {
+    enter("writeUnlock");
+    PathMemory way(spare);
     const TableGuard guard(table->mutex);
     if (wr_unlock(component) == 0) {
         internal::wakeAll(table->condition);
         trace(point::WriterLeft, component->getComponentId(), 0);
     }
-    leavePath(component);
+    leavePath(component, way);
     eraseJournal(component);
 }
 
@@ -324,6 +424,7 @@ void TreePathLockProvider::eraseJournal(Component* component) {
 }
 
 void TreePathLockProvider::recoverLock() {
+    requireTable("recoverLock");
     unsigned int dead[internal::journalSize];
     unsigned int count = 0;
     for (unsigned int i = 0; i < internal::journalSize; ++i) {
@@ -347,12 +448,14 @@ void TreePathLockProvider::recover(unsigned int journalIndex) {
     JournalEntry& entry = table->journal[journalIndex];
     if (entry.componentId >= 0 && entry.componentId < maxCount) {
         Component* const component = Component::getComponent(entry.componentId);
-        enterPath(component);
+        PathMemory way(spare);
+        prepare(component, way);
+        enterPath(way);
         const auto pid = static_cast<short>(entry.pid);
         const int left = entry.kind == readHere    ? rd_unlock(component, pid, entry.tid)
                          : entry.kind == writeHere ? wr_unlock(component, pid, entry.tid)
                                                    : -1;
-        leavePath(component);
+        leavePath(component, way);
         if (left == 0) {
             internal::wakeAll(table->condition);
         }

@@ -265,6 +265,22 @@ TEST_F(TreePathLockProviderTest, SharesOnePathBetweenTheThreadsOfAProcess) {
     provider.readUnlock(tree.leaf);
 }
 
+TEST_F(TreePathLockProviderTest, KnowsNothingOfTheLocksOfItsParentInAForkedProcess) {
+    provider.readLock(tree.leaf);
+    const pid_t parent = getpid();
+
+    ChildProcess forked([&](Talk&) {
+        provider.readLock(tree.beside);
+        provider.readUnlock(tree.beside);
+        provider.rd_unlock(tree.leaf, static_cast<short>(parent), static_cast<short>(parent));
+        return 0;
+    });
+
+    EXPECT_EQ(0, forked.wait());
+    EXPECT_EQ((Counters{0, 0, 1, 0, 0}), table.counters(id(tree.leaf))) << "no path was known for it";
+    EXPECT_EQ((Counters{0, 0, 1, 0, 0}), table.counters(0));
+}
+
 TEST_F(TreePathLockProviderTest, EndsThePathWhereStoredLinksFormACircle) {
     class Ring : public qz::tavrel::TreeConfig {
     public:

@@ -17,7 +17,9 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -130,6 +132,63 @@ TEST(TreePathTable, IsPrivateUnlessItIsToBeShared) {
     tree.provider.writeUnlock(tree.leaf);
 
     EXPECT_EQ(-1, shmget(lockTableKey, 0, 0));
+}
+
+TEST(TreePathTable, BeginsAnewInAForkedProcessWhenItIsPrivate) {
+    LockedTree tree(false);
+    tree.provider.writeLock(tree.leaf);
+
+    ChildProcess forked([&](Talk&) {
+        tree.provider.writeLock(tree.leaf);
+        tree.provider.writeUnlock(tree.leaf);
+        tree.provider.readLock(tree.root);
+        tree.provider.readUnlock(tree.root);
+        return 0;
+    });
+
+    EXPECT_EQ(0, forked.wait());
+    tree.provider.writeUnlock(tree.leaf);
+}
+
+TEST(TreePathTable, IsUnavailableAfterAnInitializationThatFailed) {
+    LockedTree tree;
+    tree.provider.setConfiguration("tavrel.compo.max", "-1");
+    EXPECT_NE("nothing raised", faultText([&] { tree.provider.initialize(); }));
+
+    for (const auto& [function, call] : std::map<std::string, std::function<void()>>{
+             {"readLock", [&] { tree.provider.readLock(tree.leaf); }},
+             {"readUnlock", [&] { tree.provider.readUnlock(tree.leaf); }},
+             {"writeLock", [&] { tree.provider.writeLock(tree.leaf); }},
+             {"writeUnlock", [&] { tree.provider.writeUnlock(tree.leaf); }},
+             {"write", [&] { tree.provider.write(std::cerr); }},
+             {"setup", [&] { tree.provider.setup(); }},
+             {"treeLock", [&] { tree.provider.treeLock(tree.leaf); }},
+             {"recoverLock", [&] { tree.provider.recoverLock(); }}}) {
+        EXPECT_EQ("FAULT at TreePathLockProvider(LINE): " + function + "() lock table is unavailable.",
+                  faultText(call));
+    }
+}
+
+TEST(TreePathTable, IsNotKeptLockedWhileTheTreeOfTheProcessIsLocked) {
+    LockedTree tree;
+    TableView table;
+    int foundLocked = 0;
+    const KernelStandIn watcher("pthread_rwlock_unlock", [&](const KernelCall&) {
+        if (pthread_mutex_trylock(&table->mutex) == 0) {
+            pthread_mutex_unlock(&table->mutex);
+        } else {
+            ++foundLocked;
+        }
+        return 0;
+    });
+
+    tree.provider.readLock(tree.leaf);
+    tree.provider.readUnlock(tree.leaf);
+    tree.provider.writeLock(tree.leaf);
+    tree.provider.writeUnlock(tree.leaf);
+
+    EXPECT_LT(0, watcher.calls());
+    EXPECT_EQ(0, foundLocked);
 }
 
 TEST(TreePathTable, IsMadeAnewForAnotherNumberOfComponents) {

@@ -4,6 +4,7 @@
 
 #include <qz/tavrel/ComponentLockProvider.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -106,7 +107,8 @@ public:
     void initialize() override;
 
     /// Waits without limit.
-    /// @throws TavrelException "Lack of journal area" if 128 locks are held already
+    /// @throws TavrelException "Lack of journal area" if 128 locks are held already; as any other operation
+    ///         "lock table is unavailable." if the last `initialize` has failed or there was none
     void readLock(Component* component) override;
     void readUnlock(Component* component) override;
 
@@ -157,6 +159,9 @@ public:
     void recoverLock();
 
 private:
+    using Paths = std::map<Component*, LockPath>;
+    class PathMemory;
+
     LockPath& pathOf(Component* component);
     void findWayUp(Component* component, std::vector<Component*>& path);
     const std::vector<Component*>& pathToMark(Component* component);
@@ -164,8 +169,12 @@ private:
     bool isMarkedAsWaiting(Component* component);
     void openTable(bool shared);
     void leaveTable();
-    void enterPath(Component* component);
-    void leavePath(Component* component);
+    void requireTable(const char* function) const;
+    void enter(const char* function);
+    void takeOver();
+    void prepare(Component* component, PathMemory& memory);
+    void enterPath(PathMemory& memory);
+    void leavePath(Component* component, PathMemory& memory);
     void writeJournal(Component* component, Kind kind);
     void eraseJournal(Component* component);
     void recover(unsigned int journalIndex);
@@ -173,8 +182,10 @@ private:
     int maxCount;
     std::unique_ptr<LockMemory> memory;
     internal::LockTable* table;
-    std::map<Component*, LockPath> paths;
-    std::map<Component*, LockPath>::node_type spare;
+    bool isShared;
+    std::unique_ptr<Paths> paths;
+    std::atomic<int> pathsOwner;
+    std::atomic<Paths::node_type*> spare;
 };
 
 } // namespace qz::tavrel
