@@ -87,6 +87,7 @@ void TreePathLockProvider::leaveTable() {
 }
 
 void TreePathLockProvider::initialize() {
+    internal::readIdLimit();
     const bool shared = configuration.getProperty("tavrel.compo.shared") == "enable";
     maxCount = internal::decimal(configuration.getProperty("tavrel.compo.max"));
     if (!shared) {

@@ -621,6 +621,9 @@ TEST_F(TreePathLockProviderTest, DoesNotCompareTheKindOfAnUnlock) {
 }
 
 TEST_F(TreePathLockProviderTest, ErasesTheJournalEntryOfTheCallersProcess) {
+    // Where the 16 bits are taken for the whole id.
+    const FileStandIn smallIds("/proc/sys/kernel/pid_max", "32768\n");
+    provider.initialize();
     const auto tid = static_cast<std::int16_t>(gettid());
     // A thread of another process whose id has the same low 16 bits.
     table->journal[0] = {1, 1, tid, 1, id(tree.leaf)};

@@ -17,7 +17,7 @@ namespace {
 using Kinds = std::vector<int>;
 using Counters = std::vector<int>;
 
-/// Largest thread id of a kernel that hands out ids beyond 16 bits.
+/// Where the kernel says below what all thread ids are.
 constexpr const char* idLimitFile = "/proc/sys/kernel/pid_max";
 
 class TreePathRecoveryTest : public testing::Test {
@@ -44,6 +44,8 @@ protected:
         EXPECT_TRUE(table.isUnmarked(TreeFixture::maxCount));
     }
 
+    // As on a kernel whose ids all fit into the journal; the sandbox has small ids only.
+    FileStandIn smallIds{idLimitFile, "32768\n"};
     LockedTree tree;
     TreePathLockProvider& provider = tree.provider;
     TableView table;
@@ -300,6 +302,7 @@ TEST_F(TreePathRecoveryTest, FindsNothingToTakeOffAfterSetup) {
 
 TEST_F(TreePathRecoveryTest, LooksForTheWholeIdOfAHolderWhereIdsAreLarge) {
     const FileStandIn limit(idLimitFile, "200000\n");
+    provider.initialize();
     constexpr std::int32_t pid = 70000;
     constexpr std::int32_t tid = 150000;
     // Of this table, so that there are marks to take off.
@@ -330,6 +333,7 @@ TEST_F(TreePathRecoveryTest, LooksForTheWholeIdOfAHolderWhereIdsAreLarge) {
 
 TEST_F(TreePathRecoveryTest, FindsAThreadOfALargeIdInAProcessOfASmallOne) {
     const FileStandIn limit(idLimitFile, "4194304\n");
+    provider.initialize();
     constexpr std::int32_t pid = 300;
     constexpr std::int32_t tid = 0x200000 + 301;
     table->journal[0] = {1, 1, 301, pid, id(tree.leaf)};
@@ -346,8 +350,39 @@ TEST_F(TreePathRecoveryTest, FindsAThreadOfALargeIdInAProcessOfASmallOne) {
 
 TEST_F(TreePathRecoveryTest, CountsAThreadOfAnotherUserAsAliveWhereIdsAreLarge) {
     const FileStandIn limit(idLimitFile, "4194304\n");
+    provider.initialize();
     table->journal[0] = {1, 1, -5, 70000, id(tree.leaf)};
     const KernelStandIn threads("tgkill", failing(EPERM));
+
+    lockElsewhere();
+
+    EXPECT_EQ(1U, table.journal().size());
+    table->journal[0].inUse = 0;
+}
+
+TEST_F(TreePathRecoveryTest, DoesNotTakeAThreadOfAnotherProcessForAHolderWhereIdsAreLarge) {
+    const FileStandIn limit(idLimitFile, "4194304\n");
+    provider.initialize();
+    provider.rd_lock(tree.leaf);
+    table->journal[0] = {1, 1, 301, 300, id(tree.leaf)};
+    const KernelStandIn foreign("tkill", failing(KernelStandIn::succeed));
+    const KernelStandIn threads("tgkill", failing(ESRCH));
+
+    lockElsewhere();
+
+    EXPECT_TRUE(table.journal().empty());
+    EXPECT_EQ(0, foreign.calls());
+}
+
+TEST_F(TreePathRecoveryTest, ReadsTheLimitOfIdsAnewBeforeItCallsAHolderDead) {
+    constexpr std::int32_t pid = 70000;
+    constexpr std::int32_t tid = 70001;
+    table->journal[0] = {1, 1, static_cast<std::int16_t>(tid), pid, id(tree.leaf)};
+    const KernelStandIn unknown("tkill", failing(ESRCH));
+    const KernelStandIn threads("tgkill", [&](const KernelCall& call) {
+        return call.arguments[1] == tid ? KernelStandIn::succeed : ESRCH;
+    });
+    const FileStandIn raised(idLimitFile, "4194304\n");
 
     lockElsewhere();
 
