@@ -1,5 +1,6 @@
 #include "base/Trace.h"
 
+#include <qz/base/SemaphoreLock.h>
 #include <qz/base/process.h>
 #include <qz/tavrel/BMCRelationalDB.h>
 
@@ -25,6 +26,7 @@ int findDaemon(int& pid) {
 
 void BMCRelationalDB::dbbackup_sync() {
     if (syncSignal != 0) {
+        const SemaphoreLock held(config->lockName, 0);
         notifySyncDaemon();
     }
 }
@@ -42,8 +44,10 @@ void BMCRelationalDB::notifySyncDaemon() {
             syncDaemonPid = pid;
         }
     }
-    if (syncDaemonPid != 0 && kill(syncDaemonPid, syncSignal) != 0) {
-        internal::trace(internal::point::DbNotifySignalFailed, errno, syncDaemonPid);
+    // Never read twice: kill() takes a 0 for the own process group.
+    const int known = syncDaemonPid;
+    if (known != 0 && kill(known, syncSignal) != 0) {
+        internal::trace(internal::point::DbNotifySignalFailed, errno, known);
         syncDaemonPid = 0;
     }
     internal::trace(internal::point::DbNotifyExit);

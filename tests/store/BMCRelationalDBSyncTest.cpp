@@ -1,12 +1,15 @@
 #include "FileStore.h"
 #include "support/ChildProcess.h"
 
+#include <qz/base/SemaphoreLock.h>
+
 #include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <stdexcept>
+#include <system_error>
 
 using qz::tavrel::BMCRelationalDB;
 using namespace tavrel::test;
@@ -92,6 +95,21 @@ TEST_F(FileStoreDaemon, IsSignalledOnceOnRequest) {
     expectWords(capture, 0xA0800, debugFlags, {0, 0});
     expectWords(capture, 0xA0803, debugFlags, {daemonPid, 0});
     expectWords(capture, 0xA080F, debugFlags, {0, 0});
+}
+
+TEST_F(FileStoreDaemon, IsSignalledUnderTheLockOfTheFile) {
+    store.initialize("SETUP");
+    kernel.kill = [this](pid_t, int signal) {
+        signals.push_back(signal);
+        EXPECT_THROW(SemaphoreLock("/dblock_setup", 0), std::system_error) << "this thread has it already";
+        return 0;
+    };
+
+    store.setValue("a", "1234");
+    store.dbbackup_sync();
+
+    EXPECT_EQ((Signals{SIGUSR1, SIGUSR1, SIGUSR1}), signals);
+    const SemaphoreLock free("/dblock_setup", 0);
 }
 
 TEST_F(FileStoreDaemon, HearsNothingBeforeInitialize) {

@@ -118,6 +118,7 @@ public:
     void clearValue(const std::string& key) override;
 
     /// Signals the sync daemon once, if the file has a signal.
+    /// Locks: the file's lock, if so.
     void dbbackup_sync();
 
     // --- internal steps; the caller holds the file's lock, and `initialize` has succeeded ---
