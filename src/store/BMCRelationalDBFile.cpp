@@ -11,9 +11,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 
 namespace qz::tavrel {
 
@@ -41,7 +43,6 @@ bool fill(int fd, const Block& block, unsigned int size) {
     header.nextOffset = internal::firstRecord;
     std::memcpy(block.get(), &header, sizeof header);
     for (unsigned int written = 0; written < size; written += blockSize) {
-        // A process that dies here leaves a short file, which the next one to open it grows.
         if (!writeBlock(fd, block)) {
             return false;
         }
@@ -50,9 +51,18 @@ bool fill(int fd, const Block& block, unsigned int size) {
     return true;
 }
 
-/// Makes the file. @return its descriptor, or none after a failure, which has been traced
+/// The name under which a file is filled: another one, so that the file is there whole or not at all. What is
+/// there but cannot be used keeps its name, and is never replaced by an empty file.
+std::string nameToFill(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 ? path : path + ".new";
+}
+
+/// Makes the file. The file's lock keeps other makers away.
+/// @return its descriptor, or none after a failure, which has been traced
 internal::Descriptor createFile(const char* path, unsigned int size) {
-    internal::Descriptor file(open(path, O_RDWR | O_CREAT | O_CLOEXEC, creationMode));
+    const std::string filled = nameToFill(path);
+    internal::Descriptor file(open(filled.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, creationMode));
     if (!file.isOpen()) {
         internal::trace(internal::point::DbOpenCreateFailed, errno);
         return file;
@@ -60,12 +70,13 @@ internal::Descriptor createFile(const char* path, unsigned int size) {
     const Block block = makeBlock();
     if (block == nullptr) {
         internal::trace(internal::point::DbOpenNoBlock);
-        unlink(path);
+        unlink(filled.c_str());
         return {};
     }
-    if (!fill(file.number(), block, size)) {
+    // A process that dies on the way leaves remains under the other name, which the next one empties.
+    if (!fill(file.number(), block, size) || rename(filled.c_str(), path) != 0) {
         internal::trace(internal::point::DbOpenFillFailed, errno);
-        unlink(path);
+        unlink(filled.c_str());
         return {};
     }
     return file;

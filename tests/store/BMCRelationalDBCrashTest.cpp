@@ -180,12 +180,13 @@ TEST_F(FileStoreCrash, HalfWayThroughTheZeroingOfACompactionLeavesNoLeftovers) {
     EXPECT_EQ((std::vector<std::string>{"before", "behind", "victim"}), liveKeysOf(fruPath));
 }
 
-TEST_F(FileStoreCrash, WhileTheFileIsMadeLeavesOneThatTheNextProcessCompletes) {
+TEST_F(FileStoreCrash, WhileTheFileIsMadeLeavesNoneToOpen) {
     unlink(setupPath);
     ChildProcess maker([](Talk&) {
         int blocks = 0;
         kernel.write = [&](int fd, const void* data, std::size_t size) {
             if (size == 16384 && ++blocks == 2) {
+                real::write(fd, data, 100);
                 dieNow();
             }
             return real::write(fd, data, size);
@@ -195,13 +196,15 @@ TEST_F(FileStoreCrash, WhileTheFileIsMadeLeavesOneThatTheNextProcessCompletes) {
         return 0;
     });
     ASSERT_EQ(-SIGKILL, maker.wait());
-    ASSERT_EQ(16384U, bytesOf(setupPath).size());
+    EXPECT_NE(0, access(setupPath, F_OK));
+    ASSERT_EQ(16384U + 100, bytesOf(std::string(setupPath) + ".new").size());
     BMCRelationalDB opened;
 
     opened.initialize("SETUP");
     opened.setValue("a", "1234");
 
     EXPECT_EQ(setupSize, bytesOf(setupPath).size());
+    EXPECT_NE(0, access((std::string(setupPath) + ".new").c_str(), F_OK));
     EXPECT_EQ("1234", freshValue("SETUP", "a"));
 }
 

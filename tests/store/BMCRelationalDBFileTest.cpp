@@ -20,6 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr unsigned int blockSize = 16384;
+const std::string newSetupPath = std::string(setupPath) + ".new";
 
 class FileStoreOpening : public FileStore {
 protected:
@@ -229,7 +230,8 @@ TEST_F(FileStoreOpening, RemovesANewFileWithoutMemoryForABlock) {
 
     expectWords(capture, 0xA0502, debugFlags, {0, 0});
     EXPECT_FALSE(fs::exists(setupPath));
-    EXPECT_EQ(-1, descriptorOf(std::string(setupPath) + " (deleted)"));
+    EXPECT_FALSE(fs::exists(newSetupPath));
+    EXPECT_EQ(-1, descriptorOf(newSetupPath + " (deleted)"));
 }
 
 TEST_F(FileStoreOpening, RemovesANewFileThatCannotBeFilled) {
@@ -241,8 +243,35 @@ TEST_F(FileStoreOpening, RemovesANewFileThatCannotBeFilled) {
 
         expectWords(capture, 0xA0503, debugFlags, {ENOSPC, 0});
         EXPECT_FALSE(fs::exists(setupPath));
-        EXPECT_EQ(-1, descriptorOf(std::string(setupPath) + " (deleted)"));
+        EXPECT_FALSE(fs::exists(newSetupPath));
+        EXPECT_EQ(-1, descriptorOf(newSetupPath + " (deleted)"));
     }
+}
+
+TEST_F(FileStoreOpening, RemovesANewFileThatCannotGetItsName) {
+    kernel.write = [](int fd, const void* data, std::size_t size) {
+        fs::create_directory(setupPath);
+        return real::write(fd, data, size);
+    };
+    const TraceCapture capture;
+
+    expectFault("initialize", "dbfile open failed", [&] { store.initialize("SETUP"); });
+
+    expectWords(capture, 0xA0503, debugFlags, {EISDIR, 0});
+    EXPECT_FALSE(fs::exists(newSetupPath));
+    EXPECT_EQ(-1, descriptorOf(newSetupPath + " (deleted)"));
+    fs::remove(setupPath);
+}
+
+TEST_F(FileStoreOpening, MakesTheFileThatALinkLeadsTo) {
+    const std::string target = "/conf/qz/db/target";
+    fs::create_symlink(target, setupPath);
+
+    store.initialize("SETUP");
+
+    EXPECT_TRUE(fs::is_symlink(setupPath));
+    EXPECT_EQ(setupSize, fs::file_size(target));
+    fs::remove(target);
 }
 
 TEST_F(FileStoreOpening, ClosesAFileThatCannotBeMapped) {

@@ -16,6 +16,7 @@ using qz::tavrel::BMCRelationalDB;
 FileStore::FileStore() {
     for (const char* path : {currentPath, setupPath, fruPath}) {
         unlink(path);
+        unlink((std::string(path) + ".new").c_str());
     }
     kernel.getPidByName = [](const char*, int*) { return 1; };
 }
