@@ -46,7 +46,8 @@ BMCRelationalDB::BMCRelationalDB()
       writePosition(0),
       tombstoneCount(0),
       syncDaemonPid(0),
-      syncSignal(0) {
+      syncSignal(0),
+      isCollecting(false) {
     internal::trace(internal::point::DbConstruct);
     internal::trace(internal::point::DbConstructExit);
 }

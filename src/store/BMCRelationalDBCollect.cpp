@@ -23,6 +23,7 @@ void BMCRelationalDB::garbage_collect() {
     std::memset(base, 0, size);
     index.clear();
     writePosition = internal::firstRecord;
+    isCollecting = true;
     try {
         internal::RecordScan scan(copy.get(), size);
         while (scan.next()) {
@@ -35,8 +36,10 @@ void BMCRelationalDB::garbage_collect() {
         std::memcpy(base, copy.get(), size);
         index.clear();
         writePosition = header->nextOffset + 1;
+        isCollecting = false;
         throw;
     }
+    isCollecting = false;
     tombstoneCount = 0;
     internal::trace(internal::point::DbCollectExit);
 }

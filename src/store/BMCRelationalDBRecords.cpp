@@ -115,7 +115,9 @@ void BMCRelationalDB::append(const std::string& key, const std::string& value) {
     // Also when the record does not fit: the next operation finds that the file's end is another, and
     // reloads.
     writePosition = static_cast<std::uint32_t>(std::min<std::uint64_t>(end, config->fileSize));
-    if (config->fileSize - reserve <= end) {
+    // A compaction needs no more room than the records had: one that has begun in the reserve must not fail.
+    const bool fits = isCollecting ? end <= config->fileSize : end < config->fileSize - reserve;
+    if (!fits) {
         internal::trace(internal::point::DbSetValueOverflow, end, config->fileSize);
         internal::raise("BMCRelationalDB", "setValue_internal", "Dbfile overflow.");
     }
@@ -134,7 +136,7 @@ void BMCRelationalDB::append(const std::string& key, const std::string& value) {
 
     char* const bytes = base + place;
     std::uint32_t length = headerSize + record.valueLength;
-    if (base[end] != '\0') {
+    if (end < config->fileSize && base[end] != '\0') {
         // Left by a process that died while it wrote; it must not pass for a record behind this one.
         base[end] = '\0';
         length = writePosition + 1 - place;

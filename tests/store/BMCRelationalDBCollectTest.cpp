@@ -167,21 +167,6 @@ TEST_F(FileStoreCompaction, FailsWithoutMemoryAndLeavesTheFile) {
     EXPECT_EQ(0U, tombstonesOf(fruPath));
 }
 
-TEST_F(FileStoreCompaction, PutsTheFileBackWhenARecordDoesNotFitAnyMore) {
-    // A record in the reserve at the end, as a build with a larger file may have left it.
-    const std::uint32_t last = 16 + 2 * 48;
-    std::string bytes =
-        std::string(12, '\0') + word(fruSize) + record("a", 16, "", "YEKD") + record("b", 64, "", "YEKD");
-    bytes += record("c", last, std::string(fruSize - last - 48, 'c'));
-    make(fruPath, bytes);
-    store.initialize("FRU");
-
-    expectFault("setValue_internal", "Dbfile overflow.", [&] { valueOf(store, "c"); });
-
-    EXPECT_EQ(bytes, bytesOf(fruPath));
-    EXPECT_EQ(std::string(fruSize - last - 48, 'c'), recordsOf(fruPath)[2].value);
-}
-
 TEST_F(FileStoreCompaction, IsFoundByAnOpenStoreThroughTheRecordCheck) {
     store.initialize("FRU");
     store.setValue("a", "1");
@@ -224,6 +209,38 @@ TEST_F(FileStoreCompaction, IsFoundByAWriteOfAnOpenStoreThroughTheRecordCheck) {
     EXPECT_EQ("x", valueOf(store, "b"));
     EXPECT_EQ("3", valueOf(store, "c"));
     EXPECT_EQ("111", valueOf(store, "a"));
+}
+
+TEST_F(FileStoreCompaction, KeepsRecordsThatReachIntoTheReserve) {
+    const std::string value(fruSize - 144 - 48, 'v');
+    for (const std::uint32_t tail : {0U, 16U}) {
+        const std::string live = value.substr(tail);
+        const std::string bytes = std::string(12, '\0') + word(fruSize - tail) +
+                                  record("t", 16, "1", "YEKD") + record("t", 80, "2", "YEKD") +
+                                  record("long", 144, live);
+        make(fruPath, bytes + std::string(fruSize - bytes.size(), '\0'));
+        BMCRelationalDB opened;
+        opened.initialize("FRU");
+
+        EXPECT_TRUE(live == valueOf(opened, "long"));
+
+        EXPECT_EQ(0U, tombstonesOf(fruPath));
+        EXPECT_EQ(fruSize - tail - 128, nextOffsetOf(fruPath));
+        EXPECT_TRUE(live == freshValue("FRU", "long"));
+        expectFault("setValue_internal", "Dbfile overflow.", [&] { opened.setValue("more", "x"); });
+    }
+}
+
+TEST_F(FileStoreCompaction, OfARecordUpToTheEndOfTheFileStaysInTheFile) {
+    store.initialize("FRU");
+    const std::string value(fruSize - 16 - 48, 'v');
+    const std::string bytes = std::string(12, '\0') + word(fruSize) + record("long", 16, value);
+    make(fruPath, bytes);
+
+    store.garbage_collect();
+
+    EXPECT_EQ(fruSize, bytesOf(fruPath).size());
+    EXPECT_TRUE(value == freshValue("FRU", "long"));
 }
 
 } // namespace

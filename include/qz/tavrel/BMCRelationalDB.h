@@ -167,6 +167,7 @@ private:
     int tombstoneCount;
     int syncDaemonPid;
     int syncSignal;
+    bool isCollecting; ///< a compaction is writing the records anew
 
     bool isCurrent(const std::string& key, const ndb_t& entry) const;
     void prepare(bool writing);
