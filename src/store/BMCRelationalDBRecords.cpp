@@ -24,7 +24,9 @@ using internal::keySize;
 
 void BMCRelationalDB::dbfile_load() {
     internal::trace(internal::point::DbLoad);
+    // A scan that ends half way, for want of memory, is done again by the next operation.
     index.clear();
+    writePosition = internal::firstRecord;
     tombstoneCount = 0;
     internal::RecordScan scan(base, config->fileSize);
     while (scan.next()) {

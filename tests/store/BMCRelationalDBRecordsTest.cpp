@@ -9,6 +9,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <new>
+
 using qz::tavrel::BMCRelationalDB;
 using qz::tavrel::TavrelException;
 using namespace tavrel::test;
@@ -343,6 +345,25 @@ TEST_F(FileStoreTraces, TracesAChangeInPlace) {
     store.setValue("a", "5678");
 
     EXPECT_EQ((Ids{0xA0400, 0xA0410, 0xA0700, 0xA070F, 0xA041F, 0xA040F}), idsOf(capture));
+}
+
+TEST_F(FileStoreRecords, AreReadAgainAfterAReloadWithoutMemory) {
+    store.initialize("FRU");
+    store.setValue("a", "1234");
+    store.setValue("b", "5678");
+    patch(fruPath, 16, record("c", 16, "1234")); // what a compaction of another process may leave
+    int requests = 0;
+    kernel.refusesObject = [&](std::size_t size) {
+        return size >= sizeof(BMCRelationalDB::ndb_t) && ++requests == 2; // the entry of "b"
+    };
+    std::string value;
+    EXPECT_THROW(store.getValue("a", value), std::bad_alloc);
+    EXPECT_EQ(2, requests);
+    kernel.refusesObject = nullptr;
+
+    EXPECT_EQ("5678", valueOf(store, "b"));
+    EXPECT_EQ("1234", valueOf(store, "c"));
+    EXPECT_EQ("(absent)", valueOf(store, "a"));
 }
 
 } // namespace

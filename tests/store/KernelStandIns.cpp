@@ -106,6 +106,9 @@ int get_pid_by_name(const char* name, int* pid) {
 
 void* operator new(std::size_t size) {
     ++tavrel::test::allocations;
+    if (kernel.refusesObject && kernel.refusesObject(size)) {
+        throw std::bad_alloc();
+    }
     void* memory = std::malloc(size == 0 ? 1 : size);
     if (memory == nullptr) {
         throw std::bad_alloc();

@@ -19,6 +19,8 @@ struct Kernel {
     std::function<int(pid_t pid, int signal)> kill;
     std::function<int(const char* name, int* pid)> getPidByName;
     std::function<bool(std::size_t size)> refusesArray; ///< true: `new (std::nothrow) T[]` gets no memory
+    std::function<bool(std::size_t size)>
+        refusesObject; ///< true: `new` of this size raises; allocates nothing
 };
 
 /// The functions in force; set back to empty ones by the destructor of `KernelScope`.
