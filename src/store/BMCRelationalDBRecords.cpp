@@ -131,12 +131,15 @@ void BMCRelationalDB::append(const std::string& key, const std::string& value) {
     record.magic = internal::liveMagic;
     index[key] = record;
 
+    char* const bytes = base + place;
+    // Remains of a damaged record must not pass for the head of this one while it is written: a zero stands
+    // here first, and all that follows stays behind it.
+    std::atomic_ref<char>(*bytes).exchange('\0', std::memory_order_acq_rel);
     header->nextOffset = writePosition;
     datasync(0, internal::firstRecord);
     // A process that dies here leaves `nextOffset` behind the records, so that all reload until the next
     // append.
 
-    char* const bytes = base + place;
     std::uint32_t length = headerSize + record.valueLength;
     if (end < config->fileSize && base[end] != '\0') {
         // Left by a process that died while it wrote; it must not pass for a record behind this one.

@@ -122,6 +122,18 @@ TEST_F(FileStoreCrash, InTheValueOfTheNewRecordLeavesTheKeyAbsent) {
     EXPECT_EQ((std::vector<std::string>{"before", "behind", "victim", "next"}), liveKeysOf(fruPath));
 }
 
+TEST_F(FileStoreCrash, BeforeANewRecordOverADamagedOneLeavesAZeroInItsPlace) {
+    for (const std::string& damaged : {std::string(64, '\xFF'), record("old", 0, "1234")}) {
+        patch(fruPath, end, damaged);
+
+        dieAt(1, [](BMCRelationalDB& opened) { opened.setValue("new", "value"); });
+
+        EXPECT_EQ('\0', bytesOf(fruPath)[end]);
+        EXPECT_EQ("(absent)", freshValue("FRU", "new"));
+    }
+    expectValues("1234");
+}
+
 TEST_F(FileStoreCrash, BehindTheRecordLeavesTheNewValue) {
     dieAt(3, changeLength);
 
