@@ -32,8 +32,13 @@ Block makeBlock() {
     return Block(new (std::nothrow) char[blockSize]());
 }
 
+/// @return false after a failure; errno then says why, and is 0 when only a part has been written
 bool writeBlock(int fd, const Block& block) {
-    return write(fd, block.get(), blockSize) == ssize_t{blockSize};
+    const ssize_t written = write(fd, block.get(), blockSize);
+    if (written != -1 && written != ssize_t{blockSize}) {
+        errno = 0;
+    }
+    return written == ssize_t{blockSize};
 }
 
 /// Writes a new file: blocks of zeros, with the file header at the start of the first one.
