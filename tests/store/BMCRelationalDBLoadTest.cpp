@@ -1,8 +1,11 @@
 #include "FileStore.h"
 #include "support/ChildProcess.h"
 
+#include <atomic>
+#include <cerrno>
 #include <list>
 #include <set>
+#include <thread>
 
 using qz::tavrel::BMCRelationalDB;
 using namespace tavrel::test;
@@ -159,6 +162,66 @@ TEST_F(FileStoreLoad, StaysSoundWithAWriterThatIsKilledAgainAndAgain) {
         }
     }
     expectSound(setupPath);
+}
+
+TEST_F(FileStoreLoad, KeepsTheThreadsOfOneObjectApart) {
+    constexpr int writers = 3;
+    constexpr unsigned int rounds = 200;
+    constexpr unsigned int keys = 5;
+    constexpr int daemonPid = 4242;
+    std::atomic<unsigned int> signals{0};
+    std::atomic<int> inside{0};
+    kernel.getPidByName = [](const char*, int* pid) {
+        *pid = daemonPid;
+        return 0;
+    };
+    kernel.kill = [&](pid_t pid, int) {
+        EXPECT_EQ(daemonPid, pid);
+        EXPECT_EQ(1, ++inside) << "two threads signal at once";
+        const bool gone = ++signals % 2 == 0; // so that the daemon is looked up again and again
+        --inside;
+        errno = ESRCH;
+        return gone ? -1 : 0;
+    };
+    BMCRelationalDB store;
+    store.initialize("SETUP");
+    std::atomic<bool> stops{false};
+    std::atomic<unsigned int> requests{0};
+    std::thread syncing([&] {
+        do {
+            store.dbbackup_sync();
+            ++requests;
+        } while (!stops);
+    });
+    std::vector<std::thread> threads;
+    for (int writer = 0; writer < writers; ++writer) {
+        threads.emplace_back([&store, writer] {
+            for (unsigned int round = 0; round < rounds; ++round) {
+                const std::string key = keyOf(writer, round % keys);
+                const std::string value = makeValue(key, lengthOf(writer, round));
+                store.setValue(key, value);
+                EXPECT_EQ(value, valueOf(store, key));
+                const std::string other = keyOf((writer + 1) % writers, round % keys);
+                const std::string foreign = valueOf(store, other);
+                EXPECT_TRUE(foreign == "(absent)" || isWhole(other, foreign)) << foreign;
+            }
+        });
+    }
+
+    for (std::thread& each : threads) {
+        each.join();
+    }
+    stops = true;
+    syncing.join();
+
+    EXPECT_LE(requests + writers * rounds, signals);
+    expectSound(setupPath);
+    for (int writer = 0; writer < writers; ++writer) {
+        for (unsigned int round = rounds - keys; round < rounds; ++round) {
+            const std::string key = keyOf(writer, round % keys);
+            EXPECT_EQ(makeValue(key, lengthOf(writer, round)), freshValue("SETUP", key));
+        }
+    }
 }
 
 } // namespace
