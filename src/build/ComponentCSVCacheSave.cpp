@@ -9,8 +9,8 @@
 #include <qz/tavrel/Specification.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 
 namespace qz::tavrel {
@@ -45,11 +45,20 @@ void putAll(std::FILE* file, const std::vector<T>& records) {
     }
 }
 
+/// Writes a header without its magic text, which makes the file a valid one.
 void putHeader(std::FILE* file) {
     file_header_t header{};
-    std::memcpy(header.magic, internal::cacheMagic, sizeof header.magic);
     header.version = internal::cacheVersion;
     put(file, header);
+}
+
+/// Writes the magic text, once all else has reached the file.
+void putMagic(std::FILE* file) {
+    static_assert(sizeof internal::cacheMagic == sizeof file_header_t::magic);
+    static_assert(offsetof(file_header_t, magic) == 0);
+    if (std::fflush(file) == 0 && std::ferror(file) == 0 && std::fseek(file, 0, SEEK_SET) == 0) {
+        put(file, internal::cacheMagic);
+    }
 }
 
 void putEndMark(std::FILE* file) {
@@ -102,6 +111,7 @@ bool ComponentCSVCacheSave::save(const std::string& path) {
     }
     try {
         writeTo(file.get());
+        putMagic(file.get());
     } catch (...) {
         return false; // what has been written does not load
     }

@@ -1,5 +1,6 @@
 #include "build/CacheBytes.h"
 #include "build/Files.h"
+#include "support/ChildProcess.h"
 #include "support/TraceCapture.h"
 
 #include <qz/tavrel/ComponentCSVCache.h>
@@ -8,8 +9,10 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -316,7 +319,38 @@ TEST_F(ComponentCSVCacheSaveTest, LeavesAPartOfTheFileWhenTheResolverRaises) {
 
     EXPECT_FALSE(failingWriter.save(cacheFile));
 
-    EXPECT_EQ(CacheBytes().header().compo(0, 2).bytes(), contentOf(cacheFile));
+    const std::string unfinished = std::string(4, '\0') + CacheBytes().header().compo(0, 2).bytes().substr(4);
+    EXPECT_EQ(unfinished, contentOf(cacheFile));
+}
+
+TEST_F(ComponentCSVCacheSaveTest, LeavesAFileThatDoesNotLoadWhenItsWriterIsKilled) {
+    specify("Chassis\nproperty,RUN,Speed,2\n\nFan\naction,Reset\n");
+    const std::string whole = saved();
+    for (std::size_t length = 1; length < whole.size(); ++length) {
+        ChildProcess victim([&](Talk&) {
+            const rlimit none{0, 0};
+            const rlimit limit{length, length};
+            setrlimit(RLIMIT_CORE, &none);
+            setrlimit(RLIMIT_FSIZE, &limit); // a write beyond it kills the process
+            writer.save(cacheFile);
+            return 0;
+        });
+        ASSERT_EQ(-SIGXFSZ, victim.wait());
+        ASSERT_EQ(length, contentOf(cacheFile).size());
+        EXPECT_FALSE(ComponentCSVCache().load(cacheFile)) << length;
+    }
+}
+
+TEST_F(ComponentCSVCacheSaveTest, MakesAFileWholeAfterAWriterThatWasKilled) {
+    specify("Chassis\nproperty,RUN,Speed,2\n\nFan\naction,Reset\n");
+    const std::string whole = saved();
+    makeFile(cacheFile, std::string(4, '\0') + whole.substr(4, whole.size() - 5));
+    ComponentCSVCacheSave next(&specification, &resolver);
+
+    EXPECT_TRUE(next.save(cacheFile));
+
+    EXPECT_EQ(whole, contentOf(cacheFile));
+    EXPECT_TRUE(ComponentCSVCache().load(cacheFile));
 }
 
 } // namespace

@@ -167,8 +167,8 @@ public:
     /// Neither is owned; both outlive this object.
     ComponentCSVCacheSave(Specification* spec, NameResolver* resolver);
 
-    /// Writes the file in place. A failure, or the death of the process, leaves a short one, which does not
-    /// load.
+    /// Writes the file in place, its magic text last. A failure, or the death of the process, leaves a file
+    /// without it, which does not load.
     /// @return true when all was written
     bool save(const std::string& path);
 
