@@ -1,5 +1,7 @@
 #include "FileStore.h"
 
+#include <new>
+
 using qz::tavrel::BMCRelationalDB;
 using namespace tavrel::test;
 
@@ -165,6 +167,26 @@ TEST_F(FileStoreCompaction, FailsWithoutMemoryAndLeavesTheFile) {
     kernel.refusesArray = nullptr;
     EXPECT_EQ("t", valueOf(store, "t"));
     EXPECT_EQ(0U, tombstonesOf(fruPath));
+}
+
+TEST_F(FileStoreCompaction, PutsTheFileBackWhenItRunsOutOfMemoryOnTheWay) {
+    store.initialize("FRU");
+    store.setValue("a", "1");
+    store.setValue("b", "2");
+    bury(store, fruLimit);
+    const std::string bytes = bytesOf(fruPath);
+    int requests = 0;
+    kernel.refusesObject = [&](std::size_t size) {
+        return size >= sizeof(BMCRelationalDB::ndb_t) && ++requests == 2; // the entry of "b"
+    };
+    EXPECT_THROW(store.garbage_collect(), std::bad_alloc);
+    kernel.refusesObject = nullptr;
+
+    EXPECT_TRUE(bytes == bytesOf(fruPath));
+    EXPECT_EQ("1", valueOf(store, "a"));
+    EXPECT_EQ("2", valueOf(store, "b"));
+    expectFault("setValue_internal", "Dbfile overflow.",
+                [&] { store.setValue("long", std::string(fruSize, 'x')); });
 }
 
 TEST_F(FileStoreCompaction, IsFoundByAnOpenStoreThroughTheRecordCheck) {
