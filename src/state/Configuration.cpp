@@ -125,6 +125,14 @@ unsigned int Configuration::save() {
     return taken;
 }
 
+void Configuration::takeStoredRevision() {
+    char header[headerSize];
+    const internal::ResourceGuard guard(resource);
+    if (resource->read(key, header, headerSize) == headerSize) {
+        revision = static_cast<int>(internal::readHeader(header).revision);
+    }
+}
+
 void Configuration::assign(Resource* store, int number) {
     resource = store;
     key = number;

@@ -1,9 +1,6 @@
 #include "base/Trace.h"
-#include "state/ValueHeader.h"
-#include "store/ResourceGuard.h"
 
 #include <qz/tavrel/LockObject.h>
-#include <qz/tavrel/Resource.h>
 #include <qz/tavrel/TreeConfig.h>
 
 namespace qz::tavrel {
@@ -20,16 +17,6 @@ constexpr int relationCount = 2;
 /// Body of the tree's own value. Nobody compares it: the value is there for its revision.
 constexpr char marker[] = "11325013\n";
 
-/// The revision of a stored value; `otherwise` when the store has none.
-int storedRevision(Configuration& value, int otherwise) {
-    char header[sizeof(internal::ValueHeader)];
-    Resource* const store = value.getResource();
-    const internal::ResourceGuard guard(store);
-    return store->read(value.getKey(), header, sizeof header) == sizeof header
-               ? static_cast<int>(internal::readHeader(header).revision)
-               : otherwise;
-}
-
 /// Saves a part, under a revision that no process holds.
 /// @param isKnown  others may have loaded it
 ///
@@ -37,19 +24,10 @@ int storedRevision(Configuration& value, int otherwise) {
 /// therefore that of a process that died in its save: it has given the next number away, perhaps to a state
 /// that others have loaded since, to whom another state under that number would be no news.
 void savePart(Configuration& part, bool isKnown) {
-    if (!isKnown || !part.isModified()) {
-        part.save();
-        return;
+    if (isKnown && part.isModified()) {
+        part.takeStoredRevision();
     }
-    const int stored = storedRevision(part, part.getRevision());
-    const bool isLeftBehind = stored != part.getRevision();
     part.save();
-    if (isLeftBehind) {
-        do {
-            part.setModified(true);
-            part.save();
-        } while (part.getRevision() == stored);
-    }
 }
 
 } // namespace
@@ -202,6 +180,11 @@ int TreeConfig::getNodeNumber(int id) {
 }
 
 int TreeConfig::setNodeInfo(int id, int type, int number) {
+    // Nodes get the revision of the save to come: it is settled before the first of them is stamped. Before a
+    // first tree nobody has loaded any.
+    if (!nodes.isModified() && getRevision() != -1) {
+        nodes.takeStoredRevision();
+    }
     const Node node{id, nodes.getNextRevision(), type, number, getSrc(id)};
     nodes.setNode(node);
     history.add(node);

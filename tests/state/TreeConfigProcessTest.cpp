@@ -285,6 +285,7 @@ TEST_P(KilledProcess, LetsAllAgreeAfterTheNextChange) {
     killWhileSaving(GetParam());
     View restarted; // holds whatever was saved
     restarted.refresh();
+    const int before = restarted.tree.getNodeRevision(2);
 
     survivor.change([&] {
         survivor.tree.remove(1, 2, owned);
@@ -303,7 +304,10 @@ TEST_P(KilledProcess, LetsAllAgreeAfterTheNextChange) {
         EXPECT_EQ(13, view->tree.getNodeType(2));
         EXPECT_EQ((Ids{0, 1}), view->sourcesOf(2));
         EXPECT_EQ(Ids{}, view->targetsOf(0, shared));
+        EXPECT_EQ(survivor.tree.getNodeRevision(2), view->tree.getNodeRevision(2));
     }
+    EXPECT_NE(before, restarted.tree.getNodeRevision(2))
+        << "no component would find that its node is another";
 }
 
 TEST_P(KilledProcess, LetsAllAgreeWhenTheRestartedOneMakesTheNextChange) {

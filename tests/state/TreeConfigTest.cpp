@@ -124,15 +124,17 @@ TEST_F(Tree, SavesAPartPastTheRevisionThatADeadProcessHasLeft) {
         store.values[5] = framed(left, bigEndian({1, 0, left, 6, 0, -1}));
 
         tree.lock();
-        EXPECT_EQ(left, tree.setNodeInfo(0, 7, left));
+        EXPECT_EQ(left + 1, tree.setNodeInfo(0, 7, left));
+        EXPECT_EQ(left + 1, tree.setNodeInfo(1, 8, left)) << "all of one change share it";
         tree.unlock();
 
-        EXPECT_EQ(framed(left + 1, bigEndian({1, 0, left, 7, left, -1})), store.values[5]);
+        EXPECT_EQ(framed(left + 1, bigEndian({2, 0, left + 1, 7, left, -1, 1, left + 1, 8, left, -1})),
+                  store.values[5]);
     }
 
     store.values[5] = framed(6, bigEndian({1, 0, 6, 6, 0, -1}));
-    change([&] { EXPECT_EQ(5, tree.setNodeInfo(0, 7, 5)); });
-    EXPECT_EQ(framed(7, bigEndian({1, 0, 5, 7, 5, -1})), store.values[5])
+    change([&] { EXPECT_EQ(7, tree.setNodeInfo(0, 7, 5)); });
+    EXPECT_EQ(framed(7, bigEndian({2, 0, 7, 7, 5, -1, 1, 4, 8, 3, -1})), store.values[5])
         << "two have died, one after the other";
 }
 

@@ -55,6 +55,11 @@ public:
     /// @throws whatever `write`, the store's lock or a listener raises, once the store is unlocked
     virtual unsigned int save();
 
+    /// Goes on from the stored revision, if there is one, with the state in memory as it is. The next
+    /// revision is then one that no process holds, whoever has stored that one.
+    /// @throws whatever the store's lock raises
+    void takeStoredRevision();
+
     /// Replaces the state by that of a stored body.
     virtual std::istream& read(std::istream& stream) = 0;
 
