@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <new>
 
 namespace qz::tavrel {
 
@@ -20,10 +21,19 @@ Logger::Logger() : QZTrace(tavrelChannel, tavrelModule), stream(&std::cout) {}
 Logger::~Logger() = default;
 
 Logger* Logger::getLogger() {
-    // Never deleted: destructors of static objects may still trace.
-    static Logger* const instance = new Logger;
+    // Never destroyed: destructors of static objects may still trace.
+    alignas(Logger) static unsigned char memory[sizeof(Logger)];
+    static Logger* const instance = new (memory) Logger;
     return instance;
 }
+
+namespace {
+
+// Made when the library is loaded, if no constructor of a static object has asked before: the first trace may
+// come in a forked child, where nobody would end what another thread has begun.
+[[maybe_unused]] Logger* const madeAtLoad = Logger::getLogger();
+
+} // namespace
 
 void Logger::fatal(const std::string& message) {
     logging("fatal", message);

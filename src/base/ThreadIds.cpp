@@ -20,9 +20,11 @@ void forgetIds() {
     ids = {0, 0};
 }
 
+// When the library is loaded, so that nothing is left to register or to allocate when the first id is asked
+// for.
+[[maybe_unused]] const int registered = pthread_atfork(nullptr, nullptr, forgetIds);
+
 void fetchIds() {
-    static const int registered = pthread_atfork(nullptr, nullptr, forgetIds);
-    static_cast<void>(registered);
     ids = {getpid(), gettid()};
 }
 

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+
 #include <cstring>
 #include <string>
 
@@ -37,8 +39,18 @@ void expectFourLevels(const std::string& data, Write write) {
     }
 }
 
+/// As a static object of another library sees it, before `main`.
+Logger* const early = Logger::getLogger();
+
 TEST(Logger, IsOneObject) {
+    EXPECT_EQ(early, Logger::getLogger());
     EXPECT_EQ(Logger::getLogger(), Logger::getLogger());
+}
+
+TEST(Logger, IsNoMemoryThatIsAllocated) {
+    Dl_info found{};
+
+    EXPECT_NE(0, dladdr(Logger::getLogger(), &found)) << "it lies in the library";
 }
 
 TEST(QZTrace, WritesFourUnsignedWords) {
@@ -96,15 +108,43 @@ TEST(QZTrace, WritesTextWithItsTerminatingZero) {
     });
 }
 
-TEST(QZTrace, WritesTheLow32BitsOfAddresses) {
-    const auto address = [](std::uintptr_t value) { return reinterpret_cast<const void*>(value); };
-    const void* a = address(0x10000001);
-    const void* b = address(2);
-    expectFourLevels(bytesOf({0x10000001, 2, 3, 4}), [&](const QZTrace& t) {
-        t.error(id, a, 2UL, 3UL, 4UL);
-        t.info(id, a, b, 3UL, 4UL);
-        t.debug(id, a, b, address(3), 4UL);
-        t.debug2(id, a, b, address(3), address(4));
+const void* address(std::uintptr_t value) {
+    return reinterpret_cast<const void*>(value); // NOLINT(performance-no-int-to-ptr)
+}
+
+TEST(QZTrace, WritesTheLow32BitsOfOneAddress) {
+    expectFourLevels(bytesOf({0x10000001, 2, 3, 4}), [](const QZTrace& t) {
+        t.error(id, address(0x10000001), 2UL, 3UL, 4UL);
+        t.info(id, address(0x10000001), 2UL, 3UL, 4UL);
+        t.debug(id, address(0x10000001), 2UL, 3UL, 4UL);
+        t.debug2(id, address(0x10000001), 2UL, 3UL, 4UL);
+    });
+}
+
+TEST(QZTrace, WritesTheLow32BitsOfTwoAddresses) {
+    expectFourLevels(bytesOf({0x10000001, 0x10000002, 3, 4}), [](const QZTrace& t) {
+        t.error(id, address(0x10000001), address(0x10000002), 3UL, 4UL);
+        t.info(id, address(0x10000001), address(0x10000002), 3UL, 4UL);
+        t.debug(id, address(0x10000001), address(0x10000002), 3UL, 4UL);
+        t.debug2(id, address(0x10000001), address(0x10000002), 3UL, 4UL);
+    });
+}
+
+TEST(QZTrace, WritesTheLow32BitsOfThreeAddresses) {
+    expectFourLevels(bytesOf({0x10000001, 0x10000002, 0x10000003, 4}), [](const QZTrace& t) {
+        t.error(id, address(0x10000001), address(0x10000002), address(0x10000003), 4UL);
+        t.info(id, address(0x10000001), address(0x10000002), address(0x10000003), 4UL);
+        t.debug(id, address(0x10000001), address(0x10000002), address(0x10000003), 4UL);
+        t.debug2(id, address(0x10000001), address(0x10000002), address(0x10000003), 4UL);
+    });
+}
+
+TEST(QZTrace, WritesTheLow32BitsOfFourAddresses) {
+    expectFourLevels(bytesOf({0x10000001, 0x10000002, 0x10000003, 0x10000004}), [](const QZTrace& t) {
+        t.error(id, address(0x10000001), address(0x10000002), address(0x10000003), address(0x10000004));
+        t.info(id, address(0x10000001), address(0x10000002), address(0x10000003), address(0x10000004));
+        t.debug(id, address(0x10000001), address(0x10000002), address(0x10000003), address(0x10000004));
+        t.debug2(id, address(0x10000001), address(0x10000002), address(0x10000003), address(0x10000004));
     });
 }
 

@@ -609,6 +609,19 @@ TEST_F(TreePathLockProviderTest, TracesAnUnlockWithoutALockAndGoesOn) {
     expectUnlocked();
 }
 
+TEST_F(TreePathLockProviderTest, TracesAForkedProcessByItsOwnIds) {
+    provider.readUnlock(tree.leaf);
+
+    ChildProcess forked([&](Talk&) {
+        const TraceCapture capture;
+        provider.readUnlock(tree.leaf);
+        expectWords(capture, 0x40205, errorFlags, {id(tree.leaf), 0});
+        return 0;
+    });
+
+    EXPECT_EQ(0, forked.wait());
+}
+
 TEST_F(TreePathLockProviderTest, DoesNotCompareTheKindOfAnUnlock) {
     provider.readLock(tree.leaf);
     const TraceCapture capture;
