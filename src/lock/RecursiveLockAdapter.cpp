@@ -47,6 +47,8 @@ void RecursiveLockAdapter::readUnlock() {
 
 void RecursiveLockAdapter::writeLock() {
     int& writes = depth(writers);
+    // Both counts are there before the lock is taken: nothing can fail after that.
+    int& reads = depth(readers);
     if (++writes != 1) {
         return;
     }
@@ -57,7 +59,7 @@ void RecursiveLockAdapter::writeLock() {
         throw;
     }
     // From here on a read lock of this thread is only counted.
-    ++depth(readers);
+    ++reads;
 }
 
 void RecursiveLockAdapter::writeUnlock() {

@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <memory>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,6 +19,35 @@ using qz::tavrel::PthreadRWLock;
 using qz::tavrel::RecursiveLockAdapter;
 using qz::tavrel::TavrelException;
 using namespace tavrel::test;
+
+namespace {
+
+/// Allocations of this thread that still succeed; -1 for all.
+thread_local int allocationsLeft = -1;
+
+} // namespace
+
+void* operator new(std::size_t size) {
+    if (allocationsLeft == 0) {
+        throw std::bad_alloc();
+    }
+    if (allocationsLeft > 0) {
+        --allocationsLeft;
+    }
+    void* const memory = std::malloc(size == 0 ? 1 : size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}
 
 namespace {
 
@@ -240,6 +271,31 @@ TEST(RecursiveLockAdapter, KeepsWritingThreadsApartThatMeetItAtTheSameTime) {
 
     EXPECT_EQ(8 * 2000, pair.first);
     EXPECT_EQ(0, torn);
+}
+
+TEST(RecursiveLockAdapter, TakesNoWriteLockThatItHasNoMemoryToCount) {
+    for (int allocations = 0;; ++allocations) {
+        NotingLock inner;
+        RecursiveLockAdapter adapter(&inner);
+        inner.calls.reserve(8);
+        bool raised = false;
+
+        allocationsLeft = allocations;
+        try {
+            adapter.writeLock();
+        } catch (const std::bad_alloc&) {
+            raised = true;
+        }
+        allocationsLeft = -1;
+
+        EXPECT_EQ(raised ? "" : "w", inner.calls);
+        adapter.writeLock();
+        EXPECT_EQ("w", inner.calls) << "counted from the start again";
+        if (!raised) {
+            ASSERT_LT(0, allocations);
+            break;
+        }
+    }
 }
 
 } // namespace
