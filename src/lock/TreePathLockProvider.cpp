@@ -119,7 +119,8 @@ void TreePathLockProvider::openTable(bool shared) {
     if (table->magic == internal::lockTableMagic) {
         if (memory->isFirstUser()) {
             // Whoever was killed inside the mutex has gone with all the others. Marks and journal stay as
-            // they are: the first lock call takes them off, holder by holder.
+            // they are: the first lock call takes off what a journal entry tells of. Marks without one, of a
+            // writer that was killed while it slept or of a call that was cut in two, stay until `setup`.
             initMutexAndCondition(*table);
         }
         return;
