@@ -6,7 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <string_view>
+#include <cstdlib>
+#include <memory>
 #include <utility>
 
 namespace qz::internal {
@@ -15,7 +16,7 @@ namespace {
 
 constexpr std::size_t blockSize = 16384;
 constexpr mode_t createMode = 0666;
-constexpr std::string_view sharedFolder = "/tmp/";
+constexpr const char* sharedFolder = "/tmp";
 
 /// Repeats a system call that a signal has broken off.
 template <typename Call>
@@ -27,10 +28,23 @@ auto uninterrupted(Call call) {
     return result;
 }
 
+/// The path without symbolic links; empty if there is no such file.
+std::string realPath(const std::string& path) {
+    const std::unique_ptr<char, decltype(&std::free)> found(realpath(path.c_str(), nullptr), &std::free);
+    return found == nullptr ? std::string() : std::string(found.get());
+}
+
+/// True if a file of this path lies beneath the shared folder, whatever way the path takes there.
+bool liesInSharedFolder(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    const std::string parent = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    return (realPath(parent) + '/').starts_with(realPath(sharedFolder) + '/');
+}
+
 } // namespace
 
 int openEmptied(const std::string& path) {
-    const bool isShared = path.starts_with(sharedFolder);
+    const bool isShared = liesInSharedFolder(path);
     const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | (isShared ? O_NOFOLLOW : 0);
     return uninterrupted([&] { return open(path.c_str(), flags, createMode); });
 }

@@ -5,7 +5,8 @@
 namespace qz::internal {
 
 /// Opens a file for writing and empties it; makes it when it is missing. Never inherited by a program that
-/// the process starts, and beneath "/tmp", where anybody may plant one, no symbolic link is followed.
+/// the process starts, and in a folder that really lies beneath "/tmp", where anybody may plant one, no
+/// symbolic link is followed.
 /// @return the descriptor, which is the caller's to close; -1 with `errno` set on failure
 int openEmptied(const std::string& path);
 

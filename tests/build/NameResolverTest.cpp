@@ -329,6 +329,18 @@ TEST(NameResolver, FollowsNoLinkThatSomebodyPlantedInTmp) {
     EXPECT_EQ("precious", contentOf("/tmp/victim"));
 }
 
+TEST(NameResolver, FollowsNoPlantedLinkWhateverWayThePathTakesToTmp) {
+    NameResolver resolver;
+    makeFile("/tmp/victim", "precious");
+    ASSERT_EQ(0, symlink("/tmp/victim", "/tmp/planted"));
+    ASSERT_EQ(0, symlink("/tmp", "/conf/qz/db/way"));
+
+    EXPECT_EQ(-1, resolver.save("/conf/qz/db/way/planted"));
+    EXPECT_EQ(-1, resolver.save("//tmp/../tmp/planted"));
+
+    EXPECT_EQ("precious", contentOf("/tmp/victim"));
+}
+
 TEST(NameResolver, FollowsALinkThatStandsElsewhere) {
     NameResolver resolver;
     ASSERT_EQ(0, symlink(namesFile, "/conf/qz/db/names"));
