@@ -63,6 +63,11 @@ class WatchedStore : public BMCRelationalDB {
 public:
     explicit WatchedStore(Watch& itsWatch) : watch(itsWatch) {}
 
+    void getValue(const std::string& key, std::string& value) override {
+        BMCRelationalDB::getValue(key, value);
+        tell<const std::string&>(watch.afterGet, key);
+    }
+
     void setValue(const std::string& key, const std::string& value) override {
         tell<const std::string&>(watch.beforeSet, key);
         BMCRelationalDB::setValue(key, value);
@@ -239,7 +244,7 @@ std::string damageOfNode(int id) {
         }
     }
     const bool isFree = tree.getNodeType(id) == 0;
-    if (isFree && (!sources.empty() || !targets(id, owned).empty() || !targets(id, shared).empty())) {
+    if (isFree && (owners != 0 || !targets(id, owned).empty() || !targets(id, shared).empty())) {
         return about(id, "is free and linked");
     }
     if (!isFree && owners != (id == 0 ? 0 : 1)) {

@@ -27,6 +27,7 @@ constexpr int fanAction = 1; ///< of a board
 /// Steps of a process at which a test looks in. Called without any lock of a store, on the thread of the
 /// step.
 struct Watch {
+    std::function<void(const std::string& key)> afterGet;       ///< a value has been asked for
     std::function<void(const std::string& key)> beforeSet;      ///< a value is about to be stored
     std::function<void(const std::string& key)> afterSet;       ///< a value has been stored
     std::function<void(const std::string& name)> beforeType;    ///< the number of a type is asked for
@@ -98,7 +99,8 @@ std::vector<qz::tavrel::Component*> all(int type);
 
 /// What is wrong with the tree, its values and its locks, as a fresh process with nobody beside it finds
 /// them; empty if all is well: each live node but the root has one owner, links are known at both ends, free
-/// nodes have none, values can be read and are whole, and the whole tree can be locked and leaves no mark.
+/// nodes have neither owner nor children (those who shared one keep the link), values can be read and are
+/// whole, and the whole tree can be locked and leaves no mark.
 std::string damage();
 
 } // namespace tavrel::test

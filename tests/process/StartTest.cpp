@@ -106,6 +106,38 @@ TEST(Start, OfManyProcessesOnAnEmptyMachineMakesOneTreeAndOneCache) {
     }
 }
 
+TEST(Start, FindsTheTreeThatAnotherProcessHasBuiltSinceItLookedAtTheVersion) {
+    specify("1", "tavrel.initializer = enable\n");
+    ChildProcess slow([](Talk& talk) {
+        bool hasLooked = false;
+        Watch watch;
+        watch.afterGet = [&](const std::string& key) {
+            if (key == "tavrel0" && !hasLooked) {
+                hasLooked = true;
+                talk.tell('l');
+                talk.waitFor('g');
+            }
+        };
+        Process process(watch);
+        const Work work = process.start();
+        EXPECT_EQ((Work{true, false, false}), work);
+        EXPECT_EQ(31U, valueOf(all(sensor)[0]).value);
+        return 0;
+    });
+    slow.talk().waitFor('l');
+    ChildProcess fast([](Talk&) {
+        Process process;
+        EXPECT_EQ((Work{false, true, false}), process.start());
+        setValue(all(sensor)[0], 31);
+        return 0;
+    });
+    EXPECT_EQ(0, fast.wait());
+
+    slow.talk().tell('g');
+
+    EXPECT_EQ(0, slow.wait());
+}
+
 TEST(Start, OfManyProcessesAfterARestartMakesOneCacheAndNoTree) {
     specify("1");
     ASSERT_EQ(madeCache | builtTree, startAndCheck());
