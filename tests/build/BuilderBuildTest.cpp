@@ -1,8 +1,6 @@
 #include "build/BuilderTest.h"
 
-#include <qz/tavrel/ComponentClass.h>
 #include <qz/tavrel/Initializer.h>
-#include <qz/tavrel/PropertyLocator.h>
 #include <qz/tavrel/TreeConfig.h>
 
 #include <sys/sem.h>
@@ -408,7 +406,6 @@ TEST_F(BuilderBuildTest, TakesItsLocksInTheirOrderAndGivesThemBackInReverse) {
 TEST_F(BuilderBuildTest, StoresTheVersionBehindEverythingElse) {
     release("1.0", "tavrel.initializer = enable\n");
     load();
-    Texts written;
     MemoryDatabase* const main = store();
     std::map<std::string, std::string> atVersion;
     main->beforeSet = [&] { atVersion = main->values; };

@@ -22,7 +22,6 @@ enum MachineProperty {
 
 constexpr int boardCount = 3;
 constexpr int machineSize = 1 + boardCount * (1 + 2);
-constexpr int fanAction = 1; ///< of a board
 
 /// Steps of a process at which a test looks in. Called without any lock of a store, on the thread of the
 /// step.
