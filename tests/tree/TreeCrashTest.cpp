@@ -81,6 +81,19 @@ constexpr Crash crashes[] = {
     {"behind the tree's own value", "", "tavrel4", true},
 };
 
+/// Creates a child of the root when it is asked, and dies while that is saved.
+int dieIn(const Crash& crash, Talk& talk) {
+    if (!talk.waitFor('g')) {
+        return 1;
+    }
+    auto* const store = new DeadlyStore;
+    const TreeFixture own(sharedParts(store));
+    store->before = crash.before;
+    store->behind = crash.behind;
+    at(0)->createComponent(fan);
+    return 2; // still alive
+}
+
 } // namespace
 
 TEST(TreeCrash, InTheMiddleOfASaveLeavesAllOrNothingToTheOthers) {
@@ -88,17 +101,7 @@ TEST(TreeCrash, InTheMiddleOfASaveLeavesAllOrNothingToTheOthers) {
         SCOPED_TRACE(crash.name);
         forgetStoredTree();
         LateProcess late;
-        ChildProcess victim([&crash](Talk& talk) {
-            if (!talk.waitFor('g')) {
-                return 1;
-            }
-            auto* const store = new DeadlyStore;
-            const TreeFixture own(sharedParts(store));
-            store->before = crash.before;
-            store->behind = crash.behind;
-            at(0)->createComponent(fan);
-            return 2; // still alive
-        });
+        ChildProcess victim([&crash](Talk& talk) { return dieIn(crash, talk); });
         TreeFixture tree(sharedParts());
         tree.root();
         const std::string before = describe();
@@ -117,6 +120,39 @@ TEST(TreeCrash, InTheMiddleOfASaveLeavesAllOrNothingToTheOthers) {
         EXPECT_EQ(crash.isSaved ? 8 : 7, TreeFixture::add(at(0), fan)->getComponentId());
         EXPECT_EQ("", faultsOf());
         EXPECT_EQ(describe(), late.finds());
+    }
+}
+
+TEST(TreeCrash, InTheMiddleOfASaveMisleadsNoProcessThatStartsBehindIt) {
+    for (const Crash& crash : crashes) {
+        SCOPED_TRACE(crash.name);
+        forgetStoredTree();
+        SharedPage<Text> page;
+        ChildProcess starter([&page](Talk& talk) {
+            if (!talk.waitFor('g')) {
+                return 1;
+            }
+            const TreeFixture own(sharedParts());
+            at(7)->getRevision(); // what the dead one has saved of it
+            talk.tell('r');
+            talk.waitFor('c');
+            describe().copy(page->bytes, sizeof page->bytes - 1);
+            return faultsOf().empty() ? 0 : 2;
+        });
+        ChildProcess victim([&crash](Talk& talk) { return dieIn(crash, talk); });
+        TreeFixture tree(sharedParts());
+        tree.root();
+        victim.talk().tell('g');
+        EXPECT_EQ(-SIGKILL, victim.wait());
+        starter.talk().tell('g');
+        EXPECT_TRUE(starter.talk().waitFor('r'));
+
+        at(0)->createComponent(sensor);
+        const std::string mine = describe();
+        starter.talk().tell('c');
+
+        EXPECT_EQ(0, starter.wait());
+        EXPECT_EQ(mine, page->bytes);
     }
 }
 
