@@ -40,6 +40,8 @@ public:
         using TreePath::add;
 
         /// Appends a step and its present revision. @throws TavrelException "TreePath::add" for null
+        /// Locks: a write section, which may load the tree. `Component::getTreePath` calls this inside a read
+        /// section, so take `TreeConfig::writeLock` around it where other threads use the tree.
         void add(Component* component) override;
         void clear() override;
 
