@@ -40,8 +40,8 @@ struct TreeParts {
 };
 
 /// A whole object tree wired up by hand, as the builder would do it: the store as resource 0, "main"; the
-/// names and classes of the sample tree; the static members of `Component`. Loads what is stored. One at a time
-/// in a process; its end tears everything down.
+/// names and classes of the sample tree; the static members of `Component`. Loads what is stored. One at a
+/// time in a process; its end tears everything down.
 class TreeFixture {
 public:
     static constexpr int maxCount = 64;

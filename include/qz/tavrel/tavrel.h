@@ -1,8 +1,9 @@
 /// @file
 /// All of tavrel.
 ///
-/// To start a process: `Factory`, `Builder`. To work: `Component`, `ComponentAccessor`, `TreePath`, `AbstractVisitor`,
-/// `ConfigurationWriter`. To extend: `Factory`, `Action`, `Database`, `NameResolver`, `Initializer`.
+/// To start a process: `Factory`, `Builder`. To work: `Component`, `ComponentAccessor`, `TreePath`,
+/// `AbstractVisitor`, `ConfigurationWriter`. To extend: `Factory`, `Action`, `Database`, `NameResolver`,
+/// `Initializer`.
 #pragma once
 
 // Starting a process from its files.
