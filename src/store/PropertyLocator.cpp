@@ -6,7 +6,6 @@
 #include <qz/tavrel/ResourceManager.h>
 
 #include <algorithm>
-#include <cstring>
 
 namespace qz::tavrel {
 
@@ -50,7 +49,7 @@ unsigned int PropertyAccessor::read(int id, long offset, void* buffer, unsigned 
     }
     const unsigned int delivered = resource->read(id + idOffset, key, offset, buffer, std::min(left, length));
     if (delivered == 0 && resource->isValid()) {
-        std::memset(buffer, 0, length);
+        std::fill_n(static_cast<unsigned char*>(buffer), length, 0);
         return length;
     }
     return delivered;

@@ -247,9 +247,15 @@ TEST(SemaphoreLock, TakesWithoutASystemCallWhileNobodyElseHoldsIt) {
         };
     };
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    constexpr long ofTheSanitizer = 100; // its own, now and then; far fewer than takes
+#else
+    constexpr long ofTheSanitizer = 0;
+#endif
+
     const long few = SteppedProcess::count(Step::SystemCall, body(1));
 
-    EXPECT_EQ(few, SteppedProcess::count(Step::SystemCall, body(1000)));
+    EXPECT_LE(SteppedProcess::count(Step::SystemCall, body(1000)), few + ofTheSanitizer);
     EXPECT_GT(SteppedProcess::count(Step::SystemCall, [] { take("/new"); }), few)
         << "system calls do not count";
 }
