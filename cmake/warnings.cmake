@@ -2,7 +2,7 @@
 function(tavrel_warnings target)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-qual -Wcast-align
-    -Wnon-virtual-dtor -Wold-style-cast -Wundef -Wformat=2)
+    -Wnon-virtual-dtor -Wold-style-cast -Wundef -Wformat=2 -Wno-format-nonliteral)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # g++ 12 sees an overlap in operator+(const char*, std::string&&) where there is none.
     target_compile_options(${target} PRIVATE -Wno-restrict)
