@@ -22,5 +22,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavrelConfig.cmake ${CMAKE_CURRENT_BIN
 
 # A static build hands its own dependencies on to whoever links it.
 set(TAVREL_PC_LIBS "-ltavrel -lqzplatform")
+# From where the file lies, so that the package can be installed anywhere.
+file(RELATIVE_PATH TAVREL_PC_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/tavrel.pc.in ${CMAKE_CURRENT_BINARY_DIR}/tavrel.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavrel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
