@@ -45,6 +45,9 @@ TreeConfig::~TreeConfig() {
         }
     }
     delete lockObject;
+    while (accessDepth.count() > 0) {
+        leaveAccess();
+    }
     pthread_rwlock_destroy(&accessLock);
 }
 

@@ -90,14 +90,16 @@ TEST_F(PthreadRWLockTest, LetsReadersOfTwoProcessesInTogether) {
 }
 
 TEST_F(PthreadRWLockTest, LetsAWriterOfAnotherProcessWaitForTheReader) {
-    lock.readLock();
     ChildProcess other([&](Talk& talk) {
+        talk.waitFor('g');
         talk.tell('w');
         lock.writeLock();
         talk.tell('h');
         lock.writeUnlock();
         return 0;
     });
+    lock.readLock();
+    other.talk().tell('g');
     other.talk().waitFor('w');
     waitUntil([&] { return isAsleep(other.pid()); });
     EXPECT_FALSE(other.talk().hasMark(0));
@@ -109,14 +111,16 @@ TEST_F(PthreadRWLockTest, LetsAWriterOfAnotherProcessWaitForTheReader) {
 }
 
 TEST_F(PthreadRWLockTest, LetsAReaderOfAnotherProcessWaitForTheWriter) {
-    lock.writeLock();
     ChildProcess other([&](Talk& talk) {
+        talk.waitFor('g');
         talk.tell('w');
         lock.readLock();
         talk.tell('h');
         lock.readUnlock();
         return 0;
     });
+    lock.writeLock();
+    other.talk().tell('g');
     other.talk().waitFor('w');
     waitUntil([&] { return isAsleep(other.pid()); });
     EXPECT_FALSE(other.talk().hasMark(0));
@@ -188,7 +192,6 @@ TEST_F(PthreadRWLockTest, TakesTheDeadlineForAPointOfTime) {
 
 TEST_F(PthreadRWLockTest, WaitsUntilTheDeadline) {
     setDeadlineFromNow(3600);
-    lock.writeLock();
     Children others(2, [&](int index) {
         if (index == 0) {
             lock.timedReadLock();
@@ -199,6 +202,7 @@ TEST_F(PthreadRWLockTest, WaitsUntilTheDeadline) {
         }
         return 0;
     });
+    lock.writeLock();
     others.go();
     waitUntil([&] { return isAsleep(others[0].pid()) && isAsleep(others[1].pid()); });
 

@@ -88,7 +88,8 @@ off_t lseek(int fd, off_t offset, int whence) noexcept {
 void* mmap(void* start, std::size_t length, int protection, int flags, int fd, off_t offset) noexcept {
     static const auto function =
         tavrel::test::next<void* (*)(void*, std::size_t, int, int, int, off_t)>("mmap");
-    if (kernel.mmap && fd != -1 && (flags & MAP_SHARED) != 0) {
+    // The flags first: a sanitizer maps memory before anything of this program may run.
+    if (fd != -1 && (flags & MAP_SHARED) != 0 && kernel.mmap) {
         return kernel.mmap(length, fd);
     }
     return function(start, length, protection, flags, fd, offset);
