@@ -77,8 +77,9 @@ void powerOn() {
     root.findComponent(names->getComponentType("Fan"), fans, false);
     const int key = names->getPropertyKey("Speed");
     for (ComponentAccessor& fan : fans) {
-        std::vector<unsigned char> speed(fan.getPropertySize(key));
-        fan.getProperty(key, speed.data(), fan.getPropertySize(key));
+        const auto size = static_cast<unsigned int>(fan.getPropertySize(key));
+        std::vector<unsigned char> speed(size);
+        fan.getProperty(key, speed.data(), size);
 
         unsigned int value = 0;
         for (const unsigned char byte : speed) {

@@ -48,6 +48,10 @@ public:
         while (flock(file.number(), LOCK_EX) == -1 && errno == EINTR) {
         }
     }
+    /// Unlocks by itself: a child that another thread has forked meanwhile has the descriptor too.
+    ~FileLocker() { flock(file.number(), LOCK_UN); }
+    FileLocker(const FileLocker&) = delete;
+    FileLocker& operator=(const FileLocker&) = delete;
 
 private:
     std::string path;

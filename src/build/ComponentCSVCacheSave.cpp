@@ -52,13 +52,15 @@ void putHeader(std::FILE* file) {
     put(file, header);
 }
 
-/// Writes the magic text, once all else has reached the file.
-void putMagic(std::FILE* file) {
+/// Writes the magic text, once all else has reached the file. @return false if it could not
+bool putMagic(std::FILE* file) {
     static_assert(sizeof internal::cacheMagic == sizeof file_header_t::magic);
     static_assert(offsetof(file_header_t, magic) == 0);
-    if (std::fflush(file) == 0 && std::ferror(file) == 0 && std::fseek(file, 0, SEEK_SET) == 0) {
-        put(file, internal::cacheMagic);
+    if (std::fflush(file) != 0 || std::ferror(file) != 0 || std::fseek(file, 0, SEEK_SET) != 0) {
+        return false;
     }
+    put(file, internal::cacheMagic);
+    return std::ferror(file) == 0;
 }
 
 void putEndMark(std::FILE* file) {
@@ -109,14 +111,14 @@ bool ComponentCSVCacheSave::save(const std::string& path) {
     if (!file) {
         return false;
     }
+    bool isWhole = false;
     try {
         writeTo(file.get());
-        putMagic(file.get());
+        isWhole = putMagic(file.get());
     } catch (...) {
         return false; // what has been written does not load
     }
-    const bool isClean = std::ferror(file.get()) == 0;
-    return std::fclose(file.release()) == 0 && isClean;
+    return std::fclose(file.release()) == 0 && isWhole;
 }
 
 void ComponentCSVCacheSave::writeTo(std::FILE* file) {

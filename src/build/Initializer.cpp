@@ -5,6 +5,8 @@
 #include <qz/tavrel/Initializer.h>
 #include <qz/tavrel/PropertyLocator.h>
 
+#include <algorithm>
+
 namespace qz::tavrel {
 
 namespace {
@@ -60,9 +62,10 @@ void Initializer::modifyProperties(Component* component) {
     properties.getPropertyKeys(keys);
     for (const int key : keys) {
         PropertyAccessor& accessor = properties.getAccessor(key);
-        const unsigned int stored =
-            accessor.readRaw(id, buffer.data(), static_cast<unsigned int>(buffer.size()));
+        const auto room = static_cast<unsigned int>(buffer.size());
+        const unsigned int stored = std::min(accessor.readRaw(id, buffer.data(), room), room);
         std::vector<unsigned char> data(buffer.data(), buffer.data() + stored);
+        std::fill_n(buffer.begin(), stored, static_cast<unsigned char>(0)); // the other mode writes it
         if (modifyProperty(type, key, accessor.getSize(), data)) {
             accessor.write(id, 0, data.data(), static_cast<unsigned int>(data.size()));
         }

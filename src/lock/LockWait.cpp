@@ -66,6 +66,14 @@ void lockTableMutex(pthread_mutex_t& mutex) {
     }
 }
 
+bool isFree(pthread_mutex_t& mutex) {
+    if (pthread_mutex_trylock(&mutex) != 0) {
+        return false;
+    }
+    pthread_mutex_unlock(&mutex);
+    return true;
+}
+
 void sleepOn(pthread_cond_t& condition, pthread_mutex_t& mutex) {
     std::uint32_t* const word = wordOf(condition);
     const std::uint32_t seen = __atomic_or_fetch(word, somebodySleeps, __ATOMIC_RELAXED);

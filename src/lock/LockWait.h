@@ -17,6 +17,9 @@ namespace qz::internal {
 /// a mutex that is free. So a waiter looks again every 50 ms.
 void lockTableMutex(pthread_mutex_t& mutex);
 
+/// True if the table's mutex could be taken just now.
+bool isFree(pthread_mutex_t& mutex);
+
 /// Holds the table's mutex for a scope.
 class [[nodiscard]] TableGuard {
 public:

@@ -13,6 +13,7 @@
 #include <qz/tavrel/TreePathLockProvider.h>
 
 #include <sched.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -36,6 +37,10 @@ using internal::trace;
 namespace {
 
 constexpr const char* fileLabel = "TreePathLockProvider";
+
+/// How long a start waits for the last of a killed process: 2 s at most.
+constexpr int looksForTheDying = 400;
+constexpr useconds_t microsecondsBetweenLooks = 5000;
 
 /// In bytes.
 std::uint64_t tableSize(int maxCount) {
@@ -117,12 +122,7 @@ void TreePathLockProvider::openTable(bool shared) {
         internal::raise(fileLabel, "initialize", "lock table is unavailable.");
     }
     if (table->magic == internal::lockTableMagic) {
-        if (memory->isFirstUser()) {
-            // Whoever was killed inside the mutex has gone with all the others. Marks and journal stay as
-            // they are: the first lock call takes off what a journal entry tells of. Marks without one, of a
-            // writer that was killed while it slept or of a call that was cut in two, stay until `setup`.
-            initMutexAndCondition(*table);
-        }
+        takeOverTable();
         return;
     }
     std::memset(table->journal, 0, sizeof table->journal);
@@ -132,7 +132,27 @@ void TreePathLockProvider::openTable(bool shared) {
     __atomic_store_n(&table->magic, internal::lockTableMagic, __ATOMIC_RELEASE);
 }
 
+/// Uses a ready table as it stands. If no other process is attached, a mutex that is locked was left so by
+/// one that was killed inside it, and its call was cut in two: the mutex is made anew, and the records, which
+/// it guarded, are emptied.
+void TreePathLockProvider::takeOverTable() {
+    bool isFree = internal::isFree(table->mutex);
+    // A killed process stays attached until the kernel has taken its memory down.
+    for (int looks = 0; !isFree && !memory->isFirstUser() && looks < looksForTheDying; ++looks) {
+        usleep(microsecondsBetweenLooks);
+        isFree = internal::isFree(table->mutex);
+    }
+    if (isFree || !memory->isFirstUser()) {
+        return;
+    }
+    // dies here: a table without the magic
+    __atomic_store_n(&table->magic, 0, __ATOMIC_RELEASE);
+    initTreePathLockMemory();
+    __atomic_store_n(&table->magic, internal::lockTableMagic, __ATOMIC_RELEASE);
+}
+
 void TreePathLockProvider::initTreePathLockMemory() {
+    requireTable("initTreePathLockMemory");
     // Those who sleep are let go last: they find no marks.
     std::memset(table->records(), 0, static_cast<std::size_t>(maxCount) * sizeof(LockRecord));
     initMutexAndCondition(*table);

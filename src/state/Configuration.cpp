@@ -128,8 +128,13 @@ unsigned int Configuration::save() {
 void Configuration::takeStoredRevision() {
     char header[headerSize];
     const internal::ResourceGuard guard(resource);
-    if (resource->read(key, header, headerSize) == headerSize) {
-        revision = static_cast<int>(internal::readHeader(header).revision);
+    if (resource->read(key, header, headerSize) != headerSize) {
+        return;
+    }
+    const std::uint32_t stored = internal::readHeader(header).revision;
+    // Behind is what the store kept when it refused a save: the numbers since then are given away.
+    if (static_cast<std::int32_t>(stored - static_cast<std::uint32_t>(revision)) > 0) {
+        revision = static_cast<int>(stored);
     }
 }
 
@@ -160,8 +165,10 @@ void Configuration::addListener(EventListener* listener) {
 }
 
 void Configuration::notify(int event) {
-    for (EventListener* listener : listeners) {
-        listener->update(this, event);
+    // A listener may add others, which hear of the next event.
+    const std::size_t count = listeners.size();
+    for (std::size_t i = 0; i < count; ++i) {
+        listeners[i]->update(this, event);
     }
 }
 

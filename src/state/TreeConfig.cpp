@@ -32,7 +32,7 @@ void savePart(Configuration& part, bool isKnown) {
 
 } // namespace
 
-TreeConfig::TreeConfig() : lockObject(nullptr), accessLock() {
+TreeConfig::TreeConfig() : lockObject(nullptr), accessLock(), isStampSettled(false) {
     pthread_rwlock_init(&accessLock, nullptr);
 }
 
@@ -69,6 +69,7 @@ void TreeConfig::assign(const std::string& path) {
 std::istream& TreeConfig::read(std::istream& stream) {
     int dropped = 0;
     stream >> dropped;
+    isStampSettled = false;
     nodes.load();
     for (Association& relation : relations) {
         relation.load();
@@ -85,6 +86,7 @@ std::ostream& TreeConfig::write(std::ostream& stream) {
     const bool isKnown = getRevision() != 0; // nobody has loaded a part before key 4 is there
     // dies here: the tree as it was
     savePart(nodes, isKnown);
+    isStampSettled = false;
     // dies here: new nodes, old links
     savePart(relations[0], isKnown);
     // dies here: new nodes and owned links, old shared links
@@ -185,9 +187,10 @@ int TreeConfig::getNodeNumber(int id) {
 int TreeConfig::setNodeInfo(int id, int type, int number) {
     // Nodes get the revision of the save to come: it is settled before the first of them is stamped. Before a
     // first tree nobody has loaded any.
-    if (!nodes.isModified() && getRevision() != -1) {
+    if (!isStampSettled && getRevision() != -1) {
         nodes.takeStoredRevision();
     }
+    isStampSettled = true;
     const Node node{id, nodes.getNextRevision(), type, number, getSrc(id)};
     nodes.setNode(node);
     history.add(node);

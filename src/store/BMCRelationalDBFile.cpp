@@ -57,10 +57,16 @@ bool fill(int fd, const Block& block, unsigned int size) {
 }
 
 /// The name under which a file is filled: another one, so that the file is there whole or not at all. What is
-/// there but cannot be used keeps its name, and is never replaced by an empty file.
+/// there but cannot be used keeps its name, and is never replaced by an empty file. Under the other name
+/// there may be what a maker left that died, perhaps of another user: it goes.
 std::string nameToFill(const std::string& path) {
     struct stat status {};
-    return lstat(path.c_str(), &status) == 0 ? path : path + ".new";
+    if (lstat(path.c_str(), &status) == 0) {
+        return path;
+    }
+    std::string other = path + ".new";
+    unlink(other.c_str());
+    return other;
 }
 
 /// Makes the file. The file's lock keeps other makers away.
@@ -78,7 +84,7 @@ internal::Descriptor createFile(const char* path, unsigned int size) {
         unlink(filled.c_str());
         return {};
     }
-    // A process that dies on the way leaves remains under the other name, which the next one empties.
+    // A process that dies on the way leaves remains under the other name, which the next one removes.
     if (!fill(file.number(), block, size) || rename(filled.c_str(), path) != 0) {
         internal::trace(internal::point::DbOpenFillFailed, errno);
         unlink(filled.c_str());
@@ -124,7 +130,7 @@ void BMCRelationalDB::size_adjust(int fd, unsigned int size) {
         internal::trace(internal::point::DbAdjustStatFailed, errno);
         internal::raise("BMCRelationalDB", "size_adjust", "File Info Get failed.");
     }
-    if (status.st_size >= off_t{size}) {
+    if (status.st_size >= static_cast<off_t>(size)) {
         internal::trace(internal::point::DbAdjustNotNeeded, status.st_size);
         internal::trace(internal::point::DbAdjustExit);
         return;

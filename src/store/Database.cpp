@@ -20,8 +20,8 @@ const std::string& textOf(std::unordered_map<int, std::string>& texts, int numbe
 
 } // namespace
 
-std::unordered_map<int, std::string> Database::keys;
-std::unordered_map<int, std::string> Database::subkeys;
+std::unordered_map<int, std::string>& Database::keys = *new std::unordered_map<int, std::string>;
+std::unordered_map<int, std::string>& Database::subkeys = *new std::unordered_map<int, std::string>;
 
 Database::Database() = default;
 

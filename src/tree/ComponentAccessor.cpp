@@ -237,10 +237,10 @@ void ComponentAccessor::getPropertyKeys(std::vector<int>& keys) {
                  [&](Component& target) { target.getPropertyKeys(keys); });
 }
 
-unsigned int ComponentAccessor::getPropertySize(int key) {
+int ComponentAccessor::getPropertySize(int key) {
     return Checked::run(
-        *this, point::AccessorGetPropertySize, [&](Component& target) { return target.getPropertySize(key); },
-        key);
+        *this, point::AccessorGetPropertySize,
+        [&](Component& target) { return static_cast<int>(target.getPropertySize(key)); }, key);
 }
 
 int ComponentAccessor::createComponent(int type) {
@@ -308,7 +308,10 @@ void ComponentAccessor::getParents(int type, std::vector<ComponentAccessor>& out
 }
 
 void ComponentAccessor::getTreePath(TreePath& out) {
-    Checked::run(*this, point::AccessorGetTreePath, [&](Component& target) { target.getTreePath(out); });
+    Checked::run(*this, point::AccessorGetTreePath, [&](Component& target) {
+        const internal::AccessSection exclusive(Component::getTreeConfig()); // as in notePath
+        target.getTreePath(out);
+    });
 }
 
 void ComponentAccessor::doAction(int actionId, const void* in, unsigned int inSize, void* out,

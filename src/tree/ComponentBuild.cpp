@@ -38,13 +38,14 @@ std::string Component::toString() {
 }
 
 void Component::deleteAll() {
-    {
+    const auto deleteComponents = [] {
         const internal::MutexGuard guard(mutex);
         for (Component* const component : std::vector<Component*>(componentList)) {
             delete component;
         }
         componentList.clear();
-    }
+    };
+    deleteComponents();
     // Made anew, so that the process may build again.
     pthread_mutex_destroy(&mutex);
     pthread_mutexattr_t recursive;
@@ -61,6 +62,7 @@ void Component::deleteAll() {
     provider = nullptr;
     ComponentClass::deleteAll();
     ResourceManager::getInstance()->clear();
+    deleteComponents(); // a section that the tree ended has looked components up again
     BASE_COMPO_NUMBER = 0;
     nMax = 1;
 }

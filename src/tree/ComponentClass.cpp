@@ -10,9 +10,10 @@ namespace qz::tavrel {
 
 namespace {
 
-/// The class that `get` finds for each type: every property access asks for one.
+/// The class that `get` finds for each type: every property access asks for one. Never destroyed: objects of
+/// the client that outlive `main` may still use it.
 std::unordered_map<int, ComponentClass*>& classesByType() {
-    static std::unordered_map<int, ComponentClass*> classes;
+    static auto& classes = *new std::unordered_map<int, ComponentClass*>;
     return classes;
 }
 

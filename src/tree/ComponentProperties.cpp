@@ -64,8 +64,7 @@ int Component::getProperty(int key, void* buffer, unsigned int size) {
 
 int Component::getProperty(int key) {
     BigEndian stored{};
-    getProperty(key, 0, stored.bytes, sizeof stored.bytes);
-    return stored.value();
+    return getProperty(key, 0, stored.bytes, sizeof stored.bytes) == 0 ? 0 : stored.value();
 }
 
 int Component::setProperty(int key, long offset, const void* data, unsigned int size) {

@@ -51,6 +51,7 @@ TEST(NullAction, LeavesOneRecordOfComponentAndActionAndDoesNothing) {
                                            static_cast<std::uint32_t>(gettid()), 3, 42};
     EXPECT_EQ(words, record.words());
     EXPECT_EQ((std::array<char, 2>{'a', 'b'}), out);
+    Component::deleteAll();
 }
 
 } // namespace

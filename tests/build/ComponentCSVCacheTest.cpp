@@ -72,7 +72,10 @@ public:
 class ComponentCSVCacheTest : public testing::Test {
 protected:
     ComponentCSVCacheTest() { builder.setFactory(&factory); }
-    void TearDown() override { Component::deleteAll(); }
+    void TearDown() override {
+        Component::setNameResolver(builder.getResolver()); // these builders hand it on to nobody
+        Component::deleteAll();
+    }
 
     void specifyActions(const std::string& content) {
         makeFile("/tmp/actions", content);

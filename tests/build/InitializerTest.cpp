@@ -22,10 +22,16 @@ constexpr int bulkKey = 302;
 
 using Bytes = std::vector<unsigned char>;
 
-/// A store whose lock can be told to raise.
+/// A store whose lock can be told to raise, and that can claim to have delivered more than it has.
 class LockedDatabase : public MemoryDatabase {
 public:
     std::function<void()> beforeLock;
+    unsigned int claimed = 0;
+
+    unsigned int readMethod(int key, int subkey, long offset, void* buffer, unsigned int size) override {
+        const unsigned int delivered = MemoryDatabase::readMethod(key, subkey, offset, buffer, size);
+        return std::max(delivered, claimed);
+    }
 
     void lock() override {
         if (beforeLock) {
@@ -267,6 +273,27 @@ TEST_F(InitializerTest, ReadsNoMoreOfAValueThanItsBufferHolds) {
     initializer.modifyProperties(root);
 
     EXPECT_EQ(firstBuffer, std::get<4>(initializer.offers.front()));
+}
+
+TEST_F(InitializerTest, ZeroesAlsoAfterItHasReadValues) {
+    root->setProperty(labelKey, "wxyz1234", 8);
+    initializer.run(true);
+
+    initializer.run(false);
+
+    EXPECT_EQ(std::string(8, '\0'), stored(0, labelKey));
+}
+
+TEST_F(InitializerTest, TakesNoMoreThanItsBufferFromAStoreThatClaimsMore) {
+    redefine(chassis, {{labelKey, 8}});
+    stored(0, labelKey) = "wxyz";
+    store->claimed = 0x20000;
+
+    initializer.run(true);
+
+    ASSERT_FALSE(initializer.offers.empty());
+    EXPECT_EQ(firstBuffer, std::get<4>(initializer.offers.back()));
+    EXPECT_EQ("wxyz" + std::string(4, '\0'), stored(0, labelKey));
 }
 
 TEST_F(InitializerTest, KeepsItsBufferAsLargeAsItHasGrown) {

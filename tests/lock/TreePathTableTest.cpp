@@ -163,6 +163,7 @@ TEST(TreePathTable, IsUnavailableAfterAnInitializationThatFailed) {
              {"write", [&] { tree.provider.write(std::cerr); }},
              {"setup", [&] { tree.provider.setup(); }},
              {"treeLock", [&] { tree.provider.treeLock(tree.leaf); }},
+             {"initTreePathLockMemory", [&] { tree.provider.initTreePathLockMemory(); }},
              {"recoverLock", [&] { tree.provider.recoverLock(); }}}) {
         EXPECT_EQ("FAULT at TreePathLockProvider(LINE): " + function + "() lock table is unavailable.",
                   faultText(call));
@@ -344,21 +345,52 @@ TEST(TreePathTable, IsSetUpByTheNextProcessWhenItsCreatorIsKilledHalfWay) {
     tree.provider.writeUnlock(tree.leaf);
 }
 
+/// The last process is killed inside the mutex, in the middle of a lock call.
+int dieInsideTheMutex(Talk&) {
+    const std::unique_ptr<TreePathLockProvider> provider(newProvider(64));
+    provider->initialize();
+    TableView table;
+    pthread_mutex_lock(&table->mutex);
+    table.record(0).writers = 1;
+    raise(SIGKILL);
+    return 0;
+}
+
 TEST(TreePathTable, IsFreedFromAProcessThatDiedInsideItsMutexOnceAllAreGone) {
-    ChildProcess last([](Talk&) {
-        const std::unique_ptr<TreePathLockProvider> provider(newProvider(64));
-        provider->initialize();
-        TableView table;
-        pthread_mutex_lock(&table->mutex);
-        raise(SIGKILL);
-        return 0;
-    });
+    ChildProcess last(dieInsideTheMutex);
     EXPECT_EQ(-SIGKILL, last.wait());
 
     LockedTree tree;
 
+    TableView table;
+    EXPECT_TRUE(table.isUnmarked(64));
+    EXPECT_EQ(qz::internal::lockTableMagic, table->magic);
     tree.provider.writeLock(tree.leaf);
     tree.provider.writeUnlock(tree.leaf);
+}
+
+TEST(TreePathTable, IsFreedFromAProcessThatIsStillBeingTakenDown) {
+    ChildProcess last([](Talk& talk) {
+        const std::unique_ptr<TreePathLockProvider> provider(newProvider(64));
+        provider->initialize();
+        TableView table;
+        pthread_mutex_lock(&table->mutex);
+        talk.tell('l');
+        talk.waitFor('e');
+        return 0;
+    });
+    last.talk().waitFor('l');
+    ChildProcess next([](Talk&) {
+        LockedTree tree;
+        tree.provider.writeLock(tree.leaf);
+        tree.provider.writeUnlock(tree.leaf);
+        return 0;
+    });
+    waitUntil([&] { return isAsleep(next.pid()); });
+
+    last.kill();
+
+    EXPECT_EQ(0, next.wait());
 }
 
 TEST(TreePathTable, KeepsItsSleepersWhenTheSameProcessInitializesAnotherProvider) {

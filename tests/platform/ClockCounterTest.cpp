@@ -7,10 +7,9 @@
 
 namespace {
 
-/// What the monotonic clock showed at the kernel's last tick; a clock that is read exactly runs ahead of it.
 std::uint64_t milliseconds() {
     timespec now{};
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<std::uint64_t>(now.tv_sec) * 1000 + static_cast<std::uint64_t>(now.tv_nsec) / 1000000;
 }
 

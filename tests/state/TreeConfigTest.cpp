@@ -49,6 +49,34 @@ TEST_F(Tree, StampsANodeWithTheRevisionOfTheNextSave) {
     EXPECT_EQ(31, tree.getNodeNumber(1));
 }
 
+TEST_F(Tree, GivesNoStampTwiceWhenTheStoreRefusesASave) {
+    change([&] { tree.setNodeInfo(1, 5, 0); });
+    store.beforeWrite = [](int key) {
+        if (key == 5) {
+            throw std::runtime_error("refused");
+        }
+    };
+    change([&] { EXPECT_EQ(1, tree.setNodeInfo(1, 6, 0)); });
+    store.beforeWrite = nullptr;
+
+    change([&] { EXPECT_EQ(2, tree.setNodeInfo(1, 7, 0)); });
+
+    EXPECT_EQ(framed(2, bigEndian({1, 1, 2, 7, 0, -1})), store.values[5]);
+}
+
+TEST_F(Tree, StampsBehindWhatADeadProcessHasStoredAlsoAfterARepair) {
+    store.values[5] = framed(0, bigEndian({1, 1, 0, 5, 0, -1})); // node 0 is missing
+    store.values[4] = framed(0, marker);
+    change([] {});
+    store.values[5] = framed(1, bigEndian({1, 1, 1, 6, 0, -1})); // key 4 was not stored
+
+    int stamp = 0;
+    change([&] { stamp = tree.setNodeInfo(1, 7, 0); });
+
+    EXPECT_EQ(2, stamp);
+    EXPECT_EQ(bigEndian({stamp}), store.values[5].substr(0, 4)) << "the stamp is the revision that was saved";
+}
+
 TEST_F(Tree, TakesTheParentOfANodeFromTheOwnedRelation) {
     change([&] {
         tree.add(3, 1, shared);

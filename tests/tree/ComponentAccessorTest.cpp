@@ -402,7 +402,7 @@ TEST_F(Accessor, ReachesProperties) {
     EXPECT_EQ(8, accessor.setProperty(labelKey, "abcdefgh", 8));
     EXPECT_EQ(3, accessor.getProperty(labelKey, read, 3));
     EXPECT_STREQ("abc", read);
-    EXPECT_EQ(8U, accessor.getPropertySize(labelKey));
+    EXPECT_EQ(8, accessor.getPropertySize(labelKey));
     accessor.getPropertyKeys(keys);
     EXPECT_EQ((Ids{900, speedKey, labelKey}), keys);
 }

@@ -1,13 +1,20 @@
+#include "support/ChildProcess.h"
+
 #include <qz/tavrel/Action.h>
 #include <qz/tavrel/ComponentClass.h>
 #include <qz/tavrel/PropertyLocator.h>
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <map>
 #include <vector>
 
 using namespace qz::tavrel;
+using tavrel::test::ChildProcess;
+using tavrel::test::Talk;
 
 namespace {
 
@@ -305,6 +312,26 @@ TEST(ComponentClass, HoldsAPropertyLocator) {
 
     EXPECT_EQ(second, made.getPropertyLocator());
     EXPECT_EQ(0, replaced);
+}
+
+TEST(ComponentClass, CanBeDeletedByAnObjectThatOutlivesMain) {
+    ChildProcess child([](Talk&) {
+        struct Owner {
+            ~Owner() {
+                ComponentClass::deleteAll();
+                ComponentClass::add(new ComponentClass(a));
+                const bool isFound = ComponentClass::get(a) != nullptr && ComponentClass::get(b) == nullptr;
+                ComponentClass::deleteAll();
+                _exit(isFound ? 0 : 1);
+            }
+        };
+        static const Owner owner; // destroyed behind what the first class brings up
+        ComponentClass::add(new ComponentClass(b));
+        std::exit(2);
+        return 3;
+    });
+
+    EXPECT_EQ(0, child.wait());
 }
 
 TEST(ComponentClass, HasNoTextForm) {

@@ -145,9 +145,14 @@ void Session::start(const std::string& classes, std::vector<std::string>& notes)
 
     Builder builder;
     builder.setFactory(factory.get());
-    {
+    try {
         const AbortReason reason;
         builder.load(input.config);
+    } catch (...) {
+        if (Component::getNameResolver() == nullptr) {
+            delete builder.getResolver(); // nobody else's until the builder has handed it on
+        }
+        throw;
     }
     started.cacheFound = cached != fs::file_time_type::min() && cached == written(started.cache);
     for (const std::string& source : input.sources) {

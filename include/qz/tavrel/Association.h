@@ -17,7 +17,8 @@ namespace qz::tavrel {
 /// have all been removed is stored with no destinations, and does not come back.
 ///
 /// Nothing here raises on its own: a link that is refused leaves a trace record, and the caller cannot tell.
-/// Locks: none of its own. Threads: one at a time, as the caller's locks provide.
+/// Locks: none of its own.
+/// Threads: one at a time, as the caller's locks provide.
 class Association : public Configuration {
 public:
     Association();

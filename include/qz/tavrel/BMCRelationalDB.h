@@ -111,7 +111,8 @@ public:
     /// Stores a value, durable on return. If that fails for a value of another length, the old one is lost.
     /// @param key  below 32 bytes
     /// @throws TavrelException  "Dbfile overflow." when the last 256 bytes of the file would be used;
-    /// "Invalid param." for a longer key; and as `getValue` Locks: the file's lock.
+    /// "Invalid param." for a longer key; and as `getValue`
+    /// Locks: the file's lock.
     void setValue(const std::string& key, const std::string& value) override;
 
     /// Does nothing: this store keeps a value once it has one.

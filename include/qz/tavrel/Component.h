@@ -67,8 +67,7 @@ public:
     /// Takes the object off the list of its id.
     ~Component() override;
 
-    // --- the process-wide state; plain stores and loads, a setter deletes nothing
-    // ----------------------------------
+    // --- the process-wide state; plain stores and loads, a setter deletes nothing ---
 
     /// Sets the exclusive upper bound of ids.
     static void setMaxCount(int count);
@@ -104,18 +103,18 @@ public:
     static void getComponent(std::vector<int>& ids, std::vector<Component*>& out);
 
     /// Tears down the whole state of the process: all components, the resolver, the tree, the lock provider,
-    /// the classes with their actions, the resources. Afterwards the process may build again. Threads: none
-    /// may be inside the library.
+    /// the classes with their actions, the resources. Afterwards the process may build again.
+    /// Threads: none may be inside the library.
     static void deleteAll();
 
-    // --- identity
-    // --------------------------------------------------------------------------------------------------
+    // --- identity ---
 
     /// The id; no lock.
     int getComponentId();
 
     /// Brings the revision that this object last saw up to date and returns it; raises no `TavrelException`,
-    /// so that a failing lock shows only as an old value. Locks: a write section.
+    /// so that a failing lock shows only as an old value.
+    /// Locks: a write section.
     int getRevision();
 
     /// The revision that this object last saw; read from the node if it has seen none.
@@ -124,7 +123,8 @@ public:
 
     /// Compares the node's revision with the one last seen, and takes it over.
     /// @throws UnavailableComponentException "rev changed." if they differ and one had been seen; once a
-    /// change Locks: the caller holds a section.
+    /// change
+    /// Locks: the caller holds a section.
     void update();
 
     /// Type of the node, 0 for a free or unknown one. Locks: a read section.
@@ -146,12 +146,12 @@ public:
     /// Locks: the caller holds a write section.
     int setUp(int type, int number);
 
-    // --- links
-    // -----------------------------------------------------------------------------------------------------
+    // --- links ---
 
     /// Makes an owned child of `type`, with the default subtree of its class.
     /// @throws TavrelException "invalid id in getComponent." if the tree is full; the tree stays as it was
-    /// unless the subtree had been begun Locks: a write section.
+    /// unless the subtree had been begun
+    /// Locks: a write section.
     void createComponent(int type);
 
     /// Unlinks this node and frees it with its owned subtree; shared children are only unlinked.
@@ -163,7 +163,8 @@ public:
     void clear();
 
     /// Attaches `child` in the shared relation; nothing if it is null. Refused, with a trace record only,
-    /// beside an owned child of the same type. Locks: a write section, none for null.
+    /// beside an owned child of the same type.
+    /// Locks: a write section, none for null.
     void addComponent(Component* child);
 
     /// The same for a list, whose entries must not be null; refused ones are skipped.
@@ -187,15 +188,16 @@ public:
     void getParents(int type, std::vector<Component*>& out);
 
     /// The owned child of `type` with this number; without one, the shared child of `type` at this position,
-    /// counted from 0; otherwise null. Refreshes. Locks: a read section.
+    /// counted from 0; otherwise null. Refreshes.
+    /// Locks: a read section.
     Component* getComponent(int type, int number);
 
-    /// Appends the owned children and, unless `ownedOnly`, behind them the shared ones. Refreshes. Locks: a
-    /// read section.
+    /// Appends the owned children and, unless `ownedOnly`, behind them the shared ones. Refreshes.
+    /// Locks: a read section.
     void getComponent(std::vector<Component*>& out, bool ownedOnly);
 
-    /// Appends the children of both relations of one type; none for a type below 1. Refreshes. Locks: a read
-    /// section.
+    /// Appends the children of both relations of one type; none for a type below 1. Refreshes.
+    /// Locks: a read section.
     void getComponent(int type, std::vector<Component*>& out);
 
     /// Appends the way from the root to this component. Locks: a read section.
@@ -204,8 +206,7 @@ public:
     /// Calls `visitor->visit(this)`.
     void accept(ComponentVisitor* visitor);
 
-    // --- the lock of this component
-    // --------------------------------------------------------------------------------
+    // --- the lock of this component ---
 
     /// Takes a read lock on this component and its subtree; waits without limit. Refreshes.
     /// @throws TavrelException  the provider failed; nothing is held
@@ -216,17 +217,16 @@ public:
 
     /// Takes a write lock on this component and its subtree; waits without limit. On the root it also opens a
     /// write section that lasts until `writeUnlock`, which freezes the whole tree against all others.
-    /// Refreshes.
+    /// Refreshes, also once the lock is held.
     /// @throws TavrelException  the provider failed; nothing is held
-    /// @throws what the tree's own lock or load raises, on the root; the component's lock is then held, and
-    /// `writeUnlock` gives it back
+    /// @throws what the tree's own lock or load raises; the component's lock is then held, and `writeUnlock`
+    /// gives it back
     void writeLock();
 
     /// Gives a write lock back; never reports a failure. The same thread as for `writeLock`.
     void writeUnlock();
 
-    // --- properties, actions, features
-    // -----------------------------------------------------------------------------
+    // --- properties, actions, features ---
 
     /// Reads part of one property of this component into `buffer`.
     ///
@@ -263,8 +263,8 @@ public:
     /// @throws UnavailableComponentException "rev changed."
     int setProperty(int key, int value);
 
-    /// Appends the keys of the class, then removes every key below 256 from the whole of `keys`. Locks: a
-    /// read section.
+    /// Appends the keys of the class, then removes every key below 256 from the whole of `keys`.
+    /// Locks: a read section.
     void getPropertyKeys(std::vector<int>& keys);
 
     /// Size of a property in bytes; 0 when the class has none. Locks: a read section.
@@ -294,15 +294,16 @@ public:
     /// Appends the children of both relations whose class has the feature. Refreshes. Locks: a read section.
     void getFeatured(int feature, std::vector<Component*>& out);
 
-    // --- searches: depth first, owned children before shared ones, each component once
-    // -----------------------------
+    // --- searches: depth first, owned children before shared ones, each component once ---
 
-    /// Appends the components of one type in the subtree; does not look below a match; none for a type
-    /// below 1. Refreshes. Locks: one read section.
+    /// Appends the components of one type in the subtree; does not look below a match; none for a type below
+    /// 1. Refreshes.
+    /// Locks: one read section.
     void findComponent(int type, std::vector<Component*>& out, bool includeSelf);
 
     /// Appends the components in the subtree whose class has the feature; looks below a match as well.
-    /// Refreshes. Locks: one read section.
+    /// Refreshes.
+    /// Locks: one read section.
     void findFeatured(int feature, std::vector<Component*>& out, bool includeSelf);
 
     /// One step of the search. Locks: the caller holds a read section.

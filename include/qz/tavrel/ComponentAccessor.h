@@ -26,7 +26,8 @@ class Component;
 ///
 /// A value, copied freely; it owns nothing. An operation with the check may pass on what `Component` raises.
 /// Locks: the check takes a write section of the tree; then those of the `Component` operation of the same
-/// name. Threads: one at a time; each thread keeps its own copy.
+/// name.
+/// Threads: one at a time; each thread keeps its own copy.
 class ComponentAccessor {
 public:
     /// The path to a component with the revision of each step.
@@ -70,8 +71,7 @@ public:
     ComponentAccessor& operator=(const ComponentAccessor& other) = default;
     virtual ~ComponentAccessor();
 
-    // --- without the check
-    // -----------------------------------------------------------------------------------------
+    // --- without the check ---
 
     /// Text form of the path.
     std::string getPath();
@@ -107,8 +107,7 @@ public:
     /// @throws UnavailableComponentException "unavailable accessor." or "revision mismatched."
     void evaluate();
 
-    // --- with the check; each throws UnavailableComponentException as told above
-    // -------------------------------------
+    // --- with the check; each throws UnavailableComponentException as told above ---
 
     int getType();
 
@@ -129,7 +128,7 @@ public:
     int setProperty(int key, const void* data, unsigned int size);
 
     void getPropertyKeys(std::vector<int>& keys);
-    unsigned int getPropertySize(int key);
+    int getPropertySize(int key);
 
     /// `Component::createComponent`; the revision of this component does not change. @return 0
     int createComponent(int type);

@@ -107,7 +107,8 @@ void forward_pointer(unsigned char** cursor, unsigned char* end, T** out, int co
 ///
 /// Nothing in the file is trusted with memory: what points outside the file ends the load, or the use of that
 /// name. Nothing that is built points into the mapping, which goes with this object.
-/// Locks: the caller keeps writers of the file away until `load` has returned. Threads: one.
+/// Locks: the caller keeps writers of the file away until `load` has returned.
+/// Threads: one.
 class ComponentCSVCache {
 public:
     ComponentCSVCache();
@@ -161,7 +162,8 @@ private:
 
 /// Writes a component specification as a cache file. Lives for one `save`.
 ///
-/// Locks: the caller keeps readers and other writers of the file away. Threads: one.
+/// Locks: the caller keeps readers and other writers of the file away.
+/// Threads: one.
 class ComponentCSVCacheSave {
 public:
     /// Neither is owned; both outlive this object.

@@ -17,8 +17,8 @@ class Component;
 ///
 /// A lock call that returns has succeeded; it may wait without limit. Calls for one lock are paired by the
 /// same thread on the same component. While it runs, a provider may use `Component::getParent`,
-/// `getComponentId`, `getRoot`, `getComponent(int)` and `findFeatured`. Threads: the lock calls and `update`
-/// from any; the rest belongs to start-up.
+/// `getComponentId`, `getRoot`, `getComponent(int)` and `findFeatured`.
+/// Threads: the lock calls and `update` from any; the rest belongs to start-up.
 class ComponentLockProvider : public EventListener {
 public:
     ComponentLockProvider();

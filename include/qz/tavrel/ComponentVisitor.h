@@ -20,8 +20,8 @@ public:
 /// Walks a subtree and calls one hook on the way down and one on the way up.
 ///
 /// There is no list of what has been visited: with shared children, a component reachable along two ways is
-/// visited twice, and a circle of shared links does not end. Locks: none between steps; each look at the
-/// children takes its own read section.
+/// visited twice, and a circle of shared links does not end.
+/// Locks: none between steps; each look at the children takes its own read section.
 class AbstractVisitor : public ComponentVisitor {
 public:
     /// Walks owned children alone.

@@ -56,8 +56,8 @@ public:
     static std::string toKey(int key, int subkey);
 
 private:
-    static std::unordered_map<int, std::string> keys;
-    static std::unordered_map<int, std::string> subkeys;
+    static std::unordered_map<int, std::string>& keys; ///< never destroyed: threads may outlive `main`
+    static std::unordered_map<int, std::string>& subkeys;
 };
 
 } // namespace qz::tavrel

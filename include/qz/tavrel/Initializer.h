@@ -12,7 +12,8 @@ namespace qz::tavrel {
 /// version, fits every stored value to its size. A client migrates data by overriding `modifyProperty`.
 ///
 /// Locks: none of its own; `Builder::build` runs it with the default resource's lock, the root's write lock
-/// and the `ResourceManager` lock held, so that the whole walk is one step for all processes. Threads: one.
+/// and the `ResourceManager` lock held, so that the whole walk is one step for all processes.
+/// Threads: one.
 class Initializer : public AbstractVisitor {
 public:
     Initializer();

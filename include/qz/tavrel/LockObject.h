@@ -95,8 +95,8 @@ private:
 /// A lock between processes on a pair of semaphores; the kernel gives back what a dead process held.
 ///
 /// At most 100 readers hold it at a time. A writer that waits holds back new readers. A semaphore operation
-/// that the kernel refuses is traced and otherwise taken as done. Threads: any, of any process; not
-/// re-entrant.
+/// that the kernel refuses is traced and otherwise taken as done.
+/// Threads: any, of any process; not re-entrant.
 class SemRWLock : public LockObject {
 public:
     /// The semaphores of a lock.

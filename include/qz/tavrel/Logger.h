@@ -9,7 +9,8 @@
 ///
 /// Every operation lays its words out in the order of the arguments, 32 bits each, in a buffer on the stack
 /// and hands them to `qz_trace_write` at once: four words are 16 bytes, eight are 32. Nothing is allocated,
-/// raised or reported. Threads: any, with any lock held.
+/// raised or reported.
+/// Threads: any, with any lock held.
 class QZTrace {
 public:
     /// @param channel  first argument of every `qz_trace_write`

@@ -17,7 +17,8 @@ class Resource;
 /// where the redirections of `ResourceManager` lead for the component.
 ///
 /// Locks: the store's own lock around each call of it; the caller holds the tree's lock where others may
-/// write. Threads: any number once set up.
+/// write.
+/// Threads: any number once set up.
 class PropertyAccessor {
 public:
     /// Of no store (-1), key 0, size 0.

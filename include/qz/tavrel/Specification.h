@@ -19,8 +19,8 @@ namespace qz::tavrel {
 /// and the rows behind it that leave their first cell empty, are its data. A first cell that begins with "#"
 /// is a comment. A row "include" names a further file: what this file has no rows for is looked up there.
 ///
-/// Loaded once, then only read. Threads: one at a time in `load`, of all objects of the process; any
-/// afterwards.
+/// Loaded once, then only read.
+/// Threads: one at a time in `load`, of all objects of the process; any afterwards.
 class Specification {
 public:
     /// One row, seen from its second cell on. It points into its Specification and must not outlive it.

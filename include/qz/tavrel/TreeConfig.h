@@ -41,7 +41,8 @@ class TreePath;
 ///
 /// Locks, in the order in which they are taken: the in-process lock (`readLock`, `writeLock`), which guards
 /// the tables in memory between threads, then the lock between processes (`lock`), which spans load to save.
-/// Both count how deep a thread is, so a thread may take them again. Threads: any, under these locks.
+/// Both count how deep a thread is, so a thread may take them again.
+/// Threads: any, under these locks.
 class TreeConfig : public Configuration {
 public:
     /// A node as it is stored: five 32-bit fields, 20 bytes.
@@ -122,7 +123,8 @@ public:
     /// its microsecond, 32 bits each; a 32-bit count of changes; each change as a node of 20 bytes. It keeps
     /// the last 256 revisions.
     ///
-    /// Nothing here raises. Locks: none of its own; used under `TreeConfig::lock`.
+    /// Nothing here raises.
+    /// Locks: none of its own; used under `TreeConfig::lock`.
     class History {
     public:
         History();
@@ -288,6 +290,8 @@ private:
     LockObject* lockObject;
     Counter accessDepth;
     pthread_rwlock_t accessLock;
+    bool isStampSettled; ///< whether the nodes have taken the stored revision since they were last saved or
+                         ///< loaded
 };
 
 } // namespace qz::tavrel

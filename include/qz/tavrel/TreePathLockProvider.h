@@ -57,7 +57,8 @@ private:
 /// with `abort()`.
 ///
 /// Locks: every operation holds the table's mutex, which all processes share, and gives it up only to sleep.
-/// The marked operations are called with it held. Threads: any.
+/// The marked operations are called with it held.
+/// Threads: any.
 class TreePathLockProvider : public ComponentLockProvider {
 public:
     /// What a holder or waiter is marked for.
@@ -144,8 +145,8 @@ public:
     /// Tries a write lock. @return true with everything marked. Locks: the mutex is held.
     bool wr_lock(Component* component);
 
-    /// Takes the caller's read lock off the table. @return read locks left on the component. Locks: the mutex
-    /// is held.
+    /// Takes the caller's read lock off the table. @return read locks left on the component.
+    /// Locks: the mutex is held.
     int rd_unlock(Component* component);
 
     /// Takes the caller's write lock off the table. @return 0. Locks: the mutex is held.
@@ -168,6 +169,7 @@ private:
     const std::vector<Component*>& pathToUnmark(Component* component);
     bool isMarkedAsWaiting(Component* component);
     void openTable(bool shared);
+    void takeOverTable();
     void leaveTable();
     void requireTable(const char* function) const;
     void enter(const char* function);

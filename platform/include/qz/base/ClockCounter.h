@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-/// Reads the monotonic clock as of the kernel's last tick, 1 to 10 ms ago. One unit of its counter and of
-/// every interval is a millisecond. Threads: any; an object has no state.
+/// Reads the monotonic clock. One unit of its counter and of every interval is a millisecond.
+/// Threads: any; an object has no state.
 class ClockCounter {
 public:
     /// True if the clock can be read on this machine.

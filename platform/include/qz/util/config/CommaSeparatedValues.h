@@ -13,7 +13,8 @@ namespace qz::util::config {
 /// Cells are trimmed of white space. A cell in double quotes may hold commas and keeps the white space inside
 /// them, and doubled quotes stand for one; a line end closes an open quote. CR LF is taken as a line end, and
 /// the last line needs none. A trailing comma gives an empty last cell, a blank line a row of one empty cell,
-/// an empty stream no row. A byte order mark is dropped. Threads: as a standard container.
+/// an empty stream no row. A byte order mark is dropped.
+/// Threads: as a standard container.
 class CommaSeparatedValues {
 public:
     /// Replaces the table by what the stream holds, to its end.
