@@ -52,6 +52,14 @@ INSTANTIATE_TEST_SUITE_P(
         Slip{"chassis.names", "PowerOn\n1\n", "PowerOn\n-1\n", "'PowerOn' has a negative number", 39},
         Slip{"chassis.names", "PartNumber\n16\n", "PartNumber\n0\n",
              "the property 'PartNumber' needs a number above 0", 51},
+        Slip{"chassis.names", "MemoryModule\n5\n", "MemoryModule\n4\n",
+             "'MemoryModule' has the number 4, which is that of 'Processor'", 15},
+        Slip{"chassis.names", "Hotplug\n100\n", "Hotplug\n7\n",
+             "'Hotplug' has the number 7, which is that of 'Fan'", 29},
+        Slip{"chassis.names", "Connect\n3\n", "Connect\n2\n",
+             "'Connect' has the number 2, which is that of 'PowerOff'", 43},
+        Slip{"chassis.names", "Reading\n270\n", "Reading\n16\n",
+             "'Reading' has the number 16, which is that of 'PartNumber'", 83},
         Slip{"chassis.names", "0\n15\n", "0\n14\n",
              "'Removable' stands where the number of a dictionary is expected", 32},
         Slip{"chassis.names", "2\n17\n", "2\n18\n", "the file ends where a name of dictionary 2 is expected",
@@ -86,6 +94,24 @@ TEST(ToolBadInput, IsNotedWhereItOnlyHasNoEffect) {
         "tavrel: note: " + sample.path("chassis.properties") +
             ":6: unknown key 'tavrel.compo.maxi'; the nearest known name is 'tavrel.compo.max': the line "
             "has no effect\n");
+}
+
+TEST(ToolBadInput, IsAnEmptyNamesFile) {
+    const Sample sample;
+    std::ofstream("empty.names").close();
+
+    const Result result = run({TAVREL_TOOL, "-c", "chassis.properties", "-n", "empty.names", "start"});
+
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.err,
+              "tavrel: empty.names:1: the file ends where the number of dictionaries is expected\n");
+}
+
+TEST(ToolBadInput, MayShareNumbersInADictionaryOfTheClient) {
+    const Sample sample;
+    sample.edit("chassis.names", "3\n0\n", "4\n7\n2\nOne\n5\nOther\n5\n0\n");
+
+    EXPECT_EQ(tool({"start"}).code, 0);
 }
 
 TEST(ToolBadInput, IsAFileThatCannotBeRead) {

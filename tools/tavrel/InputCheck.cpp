@@ -56,7 +56,9 @@ public:
         return value;
     }
 
-    [[noreturn]] void fail(const std::string& text) const { throw Refusal(at(file, line, text)); }
+    [[noreturn]] void fail(const std::string& text) const {
+        throw Refusal(at(file, std::max(line, 1), text));
+    }
 
 private:
     std::string file;
@@ -151,18 +153,25 @@ bool isReadableFile(const std::string& path) {
 void checkNames(const std::string& path) {
     Words words(path);
     const int dictionaries = words.number("the number of dictionaries");
+    std::map<int, std::map<std::string, int>> values;
+    std::map<int, std::map<int, std::string>> owners;
     for (int i = 0; i < dictionaries; ++i) {
         const int dictionary = words.number("the number of a dictionary");
         const int count = words.number("the count of names of dictionary " + std::to_string(dictionary));
-        std::map<std::string, int> seen;
         for (int entry = 0; entry < count; ++entry) {
             const std::string name = words.word("a name of dictionary " + std::to_string(dictionary));
             const int value = words.number("the number of '" + name + "'");
             checkEntry(words, dictionary, name, value);
-            const auto [earlier, fresh] = seen.emplace(name, value);
+            const auto [earlier, fresh] = values[dictionary].emplace(name, value);
             if (!fresh) {
                 words.fail("'" + name + "' stands twice, with " + std::to_string(earlier->second) + " and " +
                            std::to_string(value));
+            }
+            // What a client keeps in further dictionaries is its own affair.
+            const auto [owner, unused] = owners[dictionary].emplace(value, name);
+            if (!unused && dictionary <= Properties) {
+                words.fail("'" + name + "' has the number " + std::to_string(value) + ", which is that of '" +
+                           owner->second + "'");
             }
         }
     }
