@@ -1,11 +1,13 @@
 #include "Session.h"
 
+#include "CacheCheck.h"
 #include "Names.h"
 #include "Refusal.h"
 #include "Sections.h"
 #include "StoredValues.h"
 #include "ToolFactory.h"
 #include "TreeCheck.h"
+#include "chassis/NamesFile.h"
 
 #include <qz/tavrel/Builder.h>
 #include <qz/tavrel/Component.h>
@@ -141,6 +143,10 @@ void Session::start(const std::string& classes, std::vector<std::string>& notes)
     factory = std::make_unique<ToolFactory>(input.names, classes,
                                             std::set<std::string>{input.storeType, input.lockProvider});
     started.cache = cacheOf(input.components);
+    {
+        chassis::NamesFile names(input.names);
+        checkCache(started.cache, input.components, input.names, names);
+    }
     const auto cached = written(started.cache);
 
     Builder builder;
