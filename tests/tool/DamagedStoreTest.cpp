@@ -12,6 +12,7 @@ using namespace tavrel::test;
 namespace {
 
 const std::string database = "/var/nvrdisk/current/db/current.db";
+const std::string damagedTree = "tavrel: the tree in '" + database + "' is damaged: ";
 constexpr std::size_t firstRecord = 16;
 
 void overwrite(const std::string& path, std::size_t offset, const std::string& bytes) {
@@ -28,6 +29,29 @@ std::size_t secondRecord() {
     return (firstRecord + 48 + length + 15) / 16 * 16;
 }
 
+std::string bigEndian(unsigned int number) {
+    std::string bytes;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        bytes += static_cast<char>(number >> shift & 0xFF);
+    }
+    return bytes;
+}
+
+/// Where the stored node of a component begins.
+std::size_t nodeAt(unsigned int id, unsigned int type) {
+    const std::string bytes = content(database);
+    const std::string head = bigEndian(id);
+    const std::string tail = bigEndian(type);
+    for (std::size_t place = bytes.rfind(head); place != std::string::npos && place > 0;
+         place = bytes.rfind(head, place - 1)) {
+        if (bytes.compare(place + 8, 4, tail) == 0 && bytes[place + 4] == 0) {
+            return place;
+        }
+    }
+    ADD_FAILURE() << "no node " << id;
+    return 0;
+}
+
 /// Writes `id` in place of the last link of the stored tree, that of the second sensor of power supply 1,
 /// component 49.
 void relink(unsigned int id) {
@@ -41,11 +65,7 @@ void relink(unsigned int id) {
         return static_cast<std::size_t>(static_cast<unsigned char>(bytes[record + 40 + i]));
     };
     const std::size_t end = record + 48 + (byte(0) | byte(1) << 8);
-    std::string link;
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        link += static_cast<char>(id >> shift & 0xFF);
-    }
-    overwrite(database, end - 4, link);
+    overwrite(database, end - 4, bigEndian(id));
 }
 
 void expectRefusal(const std::string& path, const std::string& reason) {
@@ -145,9 +165,9 @@ TEST_F(ToolDamagedStore, WithAVersionButNoTreeIsNotUsed) {
     const Result result = tool({"start"});
 
     EXPECT_EQ(result.code, 1);
-    EXPECT_EQ(result.err,
-              "tavrel: the store holds version '1.0' but no tree: it is damaged, or belongs to another "
-              "specification\n");
+    EXPECT_EQ(result.err, "tavrel: the store '" + database +
+                              "' holds version '1.0' but no tree: it is damaged, or belongs to another "
+                              "specification\n");
     EXPECT_EQ(content(database), damaged);
 }
 
@@ -159,12 +179,75 @@ TEST_F(ToolDamagedStore, WithACircleInTheTreeIsNotWalked) {
             const Result result = tool({command});
 
             EXPECT_EQ(result.code, 1);
-            EXPECT_EQ(result.err, "tavrel: the stored tree is damaged: component " + std::to_string(id) +
-                                      " is beneath itself\n");
+            EXPECT_EQ(result.err, damagedTree + "component " + std::to_string(id) + " is beneath itself\n");
         }
         relink(51);
     }
     EXPECT_EQ(tool({"tree"}).code, 0);
+}
+
+TEST_F(ToolDamagedStore, WithADamagedNodeIsNotShown) {
+    constexpr unsigned int fan = 40;
+    const std::size_t node = nodeAt(fan, 7);
+    const std::string whole = content(database).substr(node, 20);
+    const struct {
+        std::size_t field;
+        unsigned int value;
+        const char* reason;
+    } damages[] = {{8, 0xABABABAB, "component 40 is linked and has no record\n"},
+                   {8, 99, "component 40 has the type 99\n"},
+                   {12, 0xABABABAB, "component 40 has the number -1414812757\n"},
+                   {0, 0xABABABAB, "component 40 is linked and has no record\n"}};
+    for (const auto& damage : damages) {
+        overwrite(database, node + damage.field, bigEndian(damage.value));
+
+        for (const char* command : {"start", "tree"}) {
+            const Result result = tool({command});
+
+            EXPECT_EQ(result.code, 1) << damage.reason;
+            EXPECT_EQ(result.out, "");
+            EXPECT_EQ(result.err, damagedTree + damage.reason);
+        }
+        overwrite(database, node, whole);
+    }
+    EXPECT_EQ(tool({"tree"}).code, 0);
+}
+
+TEST_F(ToolDamagedStore, WithANodeOfATypeThatIsNoneIsNotShown) {
+    overwrite(database, nodeAt(40, 7) + 8, bigEndian(100)); // Hotplug, a feature
+
+    EXPECT_EQ(tool({"tree"}).err, "tavrel: component 40 in '" + database +
+                                      "' is of the type 'Hotplug', which the specification does not have\n");
+}
+
+TEST_F(ToolDamagedStore, WithALinkToAComponentThatIsFreeIsNone) {
+    overwrite(database, nodeAt(40, 7) + 8, bigEndian(0) + bigEndian(0xFFFFFFFF));
+
+    EXPECT_EQ(tool({"start"}).code, 0) << "a process killed while it removes a component leaves this";
+}
+
+TEST_F(ToolDamagedStore, ThatHoldsNothingIsBegunAnewWithANote) {
+    const std::size_t size = content(database).size();
+    const struct {
+        std::string bytes;
+        const char* what;
+    } wiped[] = {{std::string(size, '\0'), "is all zeros"},
+                 {std::string(size, '\xFF'), "is erased"},
+                 {"", "is an empty file"}};
+    for (const auto& [bytes, what] : wiped) {
+        for (const char* command : {"start", "tree"}) {
+            std::ofstream(database, std::ios::binary) << bytes;
+
+            const Result result = tool({command});
+
+            EXPECT_EQ(result.code, 0) << what;
+            EXPECT_NE(result.err.find("tavrel: note: the database '" + database + "' " + what +
+                                      ": what it held is lost, and it is begun anew\n"),
+                      std::string::npos)
+                << result.err;
+        }
+        EXPECT_EQ(tool({"start"}).err, "") << "it is a database again";
+    }
 }
 
 TEST_F(ToolDamagedStore, WithALinkBeyondTheLimitIsNotWalked) {
@@ -173,10 +256,9 @@ TEST_F(ToolDamagedStore, WithALinkBeyondTheLimitIsNotWalked) {
     const Result result = tool({"tree"});
 
     EXPECT_EQ(result.code, 1);
-    EXPECT_EQ(
-        result.err,
-        "tavrel: component 49 links to component 256: the stored tree is damaged, or tavrel.compo.max = "
-        "256 was lowered\n");
+    EXPECT_EQ(result.err, "tavrel: component 49 links to component 256: the tree in '" + database +
+                              "' is damaged, or "
+                              "tavrel.compo.max = 256 was lowered\n");
 }
 
 TEST_F(ToolDamagedStore, IsNoneWhileOthersWriteIt) {

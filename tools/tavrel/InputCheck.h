@@ -39,7 +39,11 @@ void checkRedirections(const std::string& path, qz::tavrel::NameResolver& names)
 /// Checks the files of the built-in database before anyone opens them: a damaged record hides what stands
 /// behind it, and a process that does not find its tree builds a new one. The files stay as they are. Locks:
 /// the lock of each file.
+/// @param notes  receives a line for each file that is there and holds nothing, as after an erase of its disk
 /// @throws Refusal  one of them is damaged or cannot be used
-void checkStores();
+void checkStores(std::vector<std::string>& notes);
+
+/// The file in which the built-in database keeps a store.
+std::string storePath(const std::string& store);
 
 } // namespace tavrel::tool

@@ -1,6 +1,7 @@
 #include "Session.h"
 
 #include "CacheCheck.h"
+#include "InputCheck.h"
 #include "Names.h"
 #include "Refusal.h"
 #include "Sections.h"
@@ -75,6 +76,17 @@ std::string storedVersion(Builder& builder) {
     return version;
 }
 
+std::string treeStore(const StartInput& input) {
+    const std::string name = input.properties.getProperty("tavrel.res.name");
+    return name.empty() ? "tavrel.db" : name;
+}
+
+/// Where the tree is stored, for a reason.
+std::string treePlace(const StartInput& input) {
+    const bool isFile = input.storeType == "BMCRelationalDB";
+    return "'" + (isFile ? storePath(treeStore(input)) : treeStore(input)) + "'";
+}
+
 StoredValues valuesNow() {
     const TreeSection section;
     return storedValues();
@@ -108,10 +120,9 @@ Session::~Session() {
 
 void Session::requireStored() const {
     const TreeSection section;
-    const std::string name = input.properties.getProperty("tavrel.res.name");
     ResourceManager* stores = ResourceManager::getInstance();
     TreeConfig stored;
-    stored.assign(stores->getResource(stores->getResourceId(name.empty() ? "tavrel.db" : name)), nullptr);
+    stored.assign(stores->getResource(stores->getResourceId(treeStore(input))), nullptr);
     stored.load();
 
     TreeConfig* tree = Component::getTreeConfig();
@@ -121,7 +132,7 @@ void Session::requireStored() const {
             stored.getNodeRevision(id) == tree->getNodeRevision(id) && stored.getSrc(id) == tree->getSrc(id);
     }
     if (!same) {
-        throw Refusal("the store has not taken the change of the tree; is it full?");
+        throw Refusal("the store " + treePlace(input) + " has not taken the change of the tree; is it full?");
     }
 }
 
@@ -178,7 +189,7 @@ void Session::build(Builder& builder) {
     started.configuredVersion = input.properties.getProperty("tavrel.compo.ver");
     started.storedVersion = storedVersion(builder);
     if (!started.storedVersion.empty()) {
-        checkTree(input.max);
+        checkTree(input.max, treePlace(input));
         checkRoot();
     }
 
@@ -189,8 +200,8 @@ void Session::build(Builder& builder) {
     const StoredValues before = started.kind == Kind::Migrated ? valuesNow() : StoredValues();
     builder.build();
     if (!started.configuredVersion.empty() && storedVersion(builder) != started.configuredVersion) {
-        throw Refusal(
-            "the store has not taken the version; is there room for the tree, and may it be written?");
+        throw Refusal("the store " + treePlace(input) +
+                      " has not taken the version; is there room for the tree, and may it be written?");
     }
     if (started.kind == Kind::Migrated) {
         started.changes = differences(before, valuesNow());
@@ -199,7 +210,7 @@ void Session::build(Builder& builder) {
 
 void Session::checkRoot() const {
     if (Component::getRoot()->getType() == 0) {
-        throw Refusal("the store holds version '" + started.storedVersion +
+        throw Refusal("the store " + treePlace(input) + " holds version '" + started.storedVersion +
                       "' but no tree: it is damaged, or belongs to another specification");
     }
 }

@@ -94,7 +94,7 @@ StartInput checkStart(const StartFiles& files, std::vector<std::string>& notes) 
     input.lockProvider = valueOr(input.properties, "tavrel.lock.provider", "TreePathLockProvider");
     input.storeType = valueOr(input.properties, "tavrel.res.type", "VolatileDB");
     if (input.storeType == "BMCRelationalDB") {
-        checkStores();
+        checkStores(notes);
     }
     return input;
 }

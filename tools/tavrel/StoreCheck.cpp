@@ -104,9 +104,24 @@ std::size_t walk(const StoreFile& file, const std::vector<char>& bytes) {
     return offset;
 }
 
-void check(const StoreFile& file) {
+/// What stands in a file that no process has filled; empty for one that is a database.
+std::string emptiness(const std::vector<char>& bytes) {
+    if (bytes.empty()) {
+        return "is an empty file";
+    }
+    const char first = bytes.front();
+    const bool same = std::all_of(bytes.begin(), bytes.end(), [first](char byte) { return byte == first; });
+    return !same ? "" : first == '\0' ? "is all zeros" : "is erased";
+}
+
+void check(const StoreFile& file, std::vector<std::string>& notes) {
     const SemaphoreLock lock(file.lock, 0);
     const std::vector<char> bytes = readAll(file);
+    const std::string empty = emptiness(bytes);
+    if (!empty.empty()) {
+        notes.push_back(std::string("the database '") + file.path + "' " + empty +
+                        ": what it held is lost, and it is begun anew");
+    }
     if (bytes.size() % block != 0) {
         refuse(file, "is cut off after " + std::to_string(bytes.size()) + " bytes");
     }
@@ -123,17 +138,21 @@ void check(const StoreFile& file) {
 
 } // namespace
 
-void checkStores() {
+void checkStores(std::vector<std::string>& notes) {
     for (const StoreFile& file : storeFiles) {
         // Without the file there is nothing to check, and no reason to make its lock.
         if (access(file.path, F_OK) == 0) {
             try {
-                check(file);
+                check(file, notes);
             } catch (const std::system_error& error) {
                 refuse(file, std::string("cannot be locked: ") + error.what());
             }
         }
     }
+}
+
+std::string storePath(const std::string& store) {
+    return storeFiles[store == "SETUP" ? 1 : store == "FRU" ? 2 : 0].path;
 }
 
 } // namespace tavrel::tool
