@@ -53,7 +53,7 @@ TEST(ToolAction, LinksSharedComponentsOnce) {
 }
 
 TEST(ToolAction, NamesTheNearestActionOfTheComponent) {
-    const Sample sample;
+    const StartedSample sample;
 
     const Result result = tool({"do", "/Chassis#0", "PowerOf"});
 
@@ -66,7 +66,7 @@ TEST(ToolAction, NamesTheNearestActionOfTheComponent) {
 }
 
 TEST(ToolAction, TellsWhyAnActionFailed) {
-    const Sample sample;
+    const StartedSample sample;
     sample.edit("chassis-actions.csv", "SetProperty,PowerState,1", "SetProperty,BootMode,1");
 
     const Result result = tool({"do", "/Chassis#0", "PowerOn"});
@@ -76,7 +76,7 @@ TEST(ToolAction, TellsWhyAnActionFailed) {
 }
 
 TEST(ToolAction, WorksWithoutTheMachinesClassesButForTheirActions) {
-    const Sample sample;
+    const StartedSample sample;
     const Words start = {TAVREL_TOOL, "-c", "chassis.properties"};
     auto plain = [&](const Words& more) {
         Words words = start;
@@ -94,7 +94,7 @@ TEST(ToolAction, WorksWithoutTheMachinesClassesButForTheirActions) {
 }
 
 TEST(ToolAction, AnswersInputThatIsNotHexWithTwo) {
-    const Sample sample;
+    const StartedSample sample;
 
     const Result result = tool({"do", "/Chassis#0", "PowerOn", "--in", "on"});
 

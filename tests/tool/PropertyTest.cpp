@@ -67,7 +67,7 @@ TEST(ToolProperty, ReachesKeysThatAreHidden) {
 }
 
 TEST(ToolProperty, NamesTheNearestPropertyOfTheComponent) {
-    const Sample sample;
+    const StartedSample sample;
 
     const Result misspelled = tool({"get", fan, "speed"});
     const Result elsewhere = tool({"set", fan, "BootMode", "1"});

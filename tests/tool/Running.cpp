@@ -185,6 +185,11 @@ int Sample::lineOf(const std::string& file, const std::string& text) const {
     return 0;
 }
 
+StartedSample::StartedSample() {
+    const Result started = tool({"start"});
+    EXPECT_EQ(started.code, 0) << started.err;
+}
+
 std::string content(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
     std::stringstream bytes;

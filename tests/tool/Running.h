@@ -77,6 +77,12 @@ private:
     std::string folder;
 };
 
+/// The same with its tree built, so that no command has to say that it built one.
+class StartedSample : public Sample {
+public:
+    StartedSample();
+};
+
 /// All bytes of a file.
 std::string content(const std::string& path);
 

@@ -38,7 +38,7 @@ TEST(ToolShape, AddsAndRemovesWholeSubtrees) {
 }
 
 TEST(ToolShape, RefusesTheRoot) {
-    const Sample sample;
+    const StartedSample sample;
 
     const Result result = tool({"remove", "/"});
 
@@ -71,7 +71,7 @@ TEST(ToolShape, CutsTheLinksOfThoseWhoShareWhatGoes) {
 }
 
 TEST(ToolShape, AddsNothingWhenThereIsNoRoomForAll) {
-    const Sample sample;
+    const StartedSample sample;
     sample.edit("chassis.properties", "tavrel.compo.max = 256", "tavrel.compo.max = 60");
 
     const Result tooMany = tool({"add", "/Chassis#0", "SystemBoard"});
@@ -88,7 +88,7 @@ TEST(ToolShape, AddsNothingWhenThereIsNoRoomForAll) {
 }
 
 TEST(ToolShape, NamesTheNearestType) {
-    const Sample sample;
+    const StartedSample sample;
 
     const Result result = tool({"add", slot, "card"});
 

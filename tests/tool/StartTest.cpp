@@ -122,7 +122,104 @@ TEST(ToolStart, BuildsAtEachStartWithoutAVersion) {
 
         EXPECT_EQ(result.code, 0) << result.err;
         EXPECT_TRUE(holds(result.out, "built the tree: no version\n  54 components\n")) << result.out;
+        EXPECT_EQ(result.err,
+                  "tavrel: note: '" + sample.path("chassis.properties") +
+                      "' names no version (tavrel.compo.ver): each process that starts builds the "
+                      "tree anew\n");
     }
+}
+
+TEST(ToolStart, AloneBuildsWithoutAVersion) {
+    const StartedSample sample;
+    const std::string fan = "/Chassis#0/FanTray#0/Fan#1";
+    ASSERT_EQ(tool({"set", fan, "Speed", "4321"}).code, 0);
+    sample.edit("chassis.properties", "tavrel.compo.ver = 1.0", "tavrel.compo.vers = 1.0");
+
+    for (const Words& words : std::vector<Words>{{"get", fan, "Speed"},
+                                                 {"set", fan, "Speed", "1"},
+                                                 {"tree"},
+                                                 {"watch"},
+                                                 {"do", "/", "PowerOn"}}) {
+        const Result result = tool(words);
+
+        EXPECT_EQ(result.code, 1) << words[0];
+        EXPECT_TRUE(
+            holds(result.err, "tavrel: '" + sample.path("chassis.properties") +
+                                  "' names no version (tavrel.compo.ver), so that each start builds the "
+                                  "tree anew: run `tavrel start` if that is wanted\n"))
+            << result.err;
+    }
+    sample.edit("chassis.properties", "tavrel.compo.vers = 1.0", "tavrel.compo.ver = 1.0");
+    EXPECT_EQ(tool({"get", fan, "Speed"}).out, "0x10e1 4321\n");
+}
+
+TEST(ToolStart, AloneMigrates) {
+    const StartedSample sample;
+    const std::string fan = "/Chassis#0/FanTray#0/Fan#1";
+    ASSERT_EQ(tool({"set", fan, "Speed", "4321"}).code, 0);
+
+    for (const Words& words : std::vector<Words>{{"get", fan, "Speed"},
+                                                 {"set", fan, "Speed", "1"},
+                                                 {"tree"},
+                                                 {"watch"},
+                                                 {"do", "/", "PowerOn"}}) {
+        Words all = {TAVREL_TOOL, "-c", "chassis-2.properties", "--classes", CHASSIS_CLASSES};
+        all.insert(all.end(), words.begin(), words.end());
+        const Result result = run(all);
+
+        EXPECT_EQ(result.code, 1) << words[0];
+        EXPECT_EQ(result.err,
+                  "tavrel: the tree in '/var/nvrdisk/current/db/current.db' has version '1.0', '" +
+                      sample.path("chassis-2.properties") +
+                      "' names '2.0': run `tavrel start` to migrate it\n");
+    }
+    EXPECT_EQ(tool({"get", fan, "Speed"}).out, "0x10e1 4321\n");
+}
+
+TEST(ToolStart, IsNotNeededWhereThereIsNoTreeYet) {
+    const Sample sample;
+
+    const Result first = tool({"get", "/Chassis#0", "PowerState"});
+    const Result second = tool({"get", "/Chassis#0", "PowerState"});
+
+    EXPECT_EQ(first.code, 0);
+    EXPECT_EQ(first.err,
+              "tavrel: note: there was no tree in '/var/nvrdisk/current/db/current.db': it was built\n");
+    EXPECT_EQ(second.code, 0);
+    EXPECT_EQ(second.err, "");
+}
+
+TEST(ToolStart, ShowsWhatAnOlderVersionMakesOfTheValues) {
+    const Sample sample;
+    const std::string fan = "/Chassis#0/FanTray#0/Fan#1";
+    const Words newer = {TAVREL_TOOL, "-c", "chassis-2.properties", "--classes", CHASSIS_CLASSES};
+    Words start = newer;
+    start.push_back("start");
+    Words set = newer;
+    set.insert(set.end(), {"set", fan, "Speed", "0x12345678"});
+    ASSERT_EQ(run(start).code, 0);
+    ASSERT_EQ(run(set).code, 0);
+
+    const Result back = tool({"start"});
+
+    EXPECT_TRUE(holds(back.out, "migrated the tree: version '2.0' -> version '1.0'\n"))
+        << back.out << back.err;
+    EXPECT_TRUE(holds(back.out, "  Fan.Speed: 4 values, 0x12345678 -> 0x1234\n")) << back.out;
+    EXPECT_EQ(tool({"get", fan, "Speed"}).out, "0x1234 4660\n");
+}
+
+TEST(ToolStart, SaysThatAMigrationKeepsTheStoredTree) {
+    const StartedSample sample;
+    sample.edit("chassis-2.csv", "\nFan\n", "\nFanTray\ncomponent,Fan,6\nfeature,Hotplug\n\nFan\n");
+
+    const Result start =
+        run({TAVREL_TOOL, "-c", "chassis-2.properties", "--classes", CHASSIS_CLASSES, "start"});
+
+    EXPECT_EQ(start.code, 0) << start.err;
+    EXPECT_TRUE(holds(start.out,
+                      "\n  54 components\n  a fresh tree would have Fan: 6 in place of 4, Sensor: 20 in "
+                      "place of 18: a migration keeps the stored tree and fits only the values\n"))
+        << start.out;
 }
 
 TEST(ToolStart, KeepsATreeInTheMemoryOfOneProcess) {

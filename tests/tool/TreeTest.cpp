@@ -123,7 +123,7 @@ TEST(ToolTree, FindsASharedComponentByItsPlaceAmongThem) {
 }
 
 TEST(ToolTree, SaysWhereAPathEnds) {
-    const Sample sample;
+    const StartedSample sample;
 
     const Result result = tool({"tree", "/Chassis#0/PowerSupply#1/Sensor#7"});
 

@@ -33,7 +33,7 @@ TEST(Tool, AnswersWrongUsageWithTwo) {
 }
 
 TEST(Tool, AnswersAPathOfAnotherFormWithTwo) {
-    const Sample sample;
+    const StartedSample sample;
 
     for (const char* path : {"", "Chassis#0", "/Chassis", "/Chassis#", "/#0", "/Chassis#x", "/Chassis#0/",
                              "/Chassis#0x", "/Chassis#-1", "//Chassis#0"}) {

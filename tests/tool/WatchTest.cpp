@@ -63,7 +63,7 @@ TEST(ToolWatch, GoesOnWhenWhatItWatchesGoesAndComesBack) {
 }
 
 TEST(ToolWatch, RefusesWhatIsNotThere) {
-    const Sample sample;
+    const StartedSample sample;
 
     const Result result = tool({"watch", "/Chassis#1"});
 

@@ -6,6 +6,7 @@
 #include "Refusal.h"
 #include "Sections.h"
 #include "StoredValues.h"
+#include "Structure.h"
 #include "ToolFactory.h"
 #include "TreeCheck.h"
 #include "chassis/NamesFile.h"
@@ -87,9 +88,9 @@ std::string treePlace(const StartInput& input) {
     return "'" + (isFile ? storePath(treeStore(input)) : treeStore(input)) + "'";
 }
 
-StoredValues valuesNow() {
+StoredValues valuesNow(ValueSize size) {
     const TreeSection section;
-    return storedValues();
+    return storedValues(size);
 }
 
 std::string startFault(const std::string& text, int max) {
@@ -102,9 +103,10 @@ std::string startFault(const std::string& text, int max) {
 
 } // namespace
 
-Session::Session(const StartFiles& files, std::vector<std::string>& notes) : input(checkStart(files, notes)) {
+Session::Session(const StartFiles& files, Entry entry, std::vector<std::string>& notes)
+    : input(checkStart(files, notes)) {
     try {
-        start(files.classes, notes);
+        start(files.classes, entry, notes);
     } catch (const Refusal&) {
         Component::deleteAll();
         throw;
@@ -150,7 +152,7 @@ std::vector<std::string> Session::typeNames() {
     return types;
 }
 
-void Session::start(const std::string& classes, std::vector<std::string>& notes) {
+void Session::start(const std::string& classes, Entry entry, std::vector<std::string>& notes) {
     factory = std::make_unique<ToolFactory>(input.names, classes,
                                             std::set<std::string>{input.storeType, input.lockProvider});
     started.cache = cacheOf(input.components);
@@ -178,10 +180,10 @@ void Session::start(const std::string& classes, std::vector<std::string>& notes)
                             "': its changes count once the cache is gone, as after a restart");
         }
     }
-    build(builder);
+    build(builder, entry, notes);
 }
 
-void Session::build(Builder& builder) {
+void Session::build(Builder& builder, Entry entry, std::vector<std::string>& notes) {
     const std::string rootType = input.properties.getProperty("tavrel.compo.type");
     if (!rootType.empty()) {
         valueOf(names(), Types, "root type", rootType, typeNames());
@@ -197,14 +199,44 @@ void Session::build(Builder& builder) {
     started.kind = started.storedVersion.empty() || started.configuredVersion.empty() ? Kind::Built
                    : started.storedVersion == started.configuredVersion               ? Kind::Joined
                                                                                       : Kind::Migrated;
-    const StoredValues before = started.kind == Kind::Migrated ? valuesNow() : StoredValues();
+    requireEntry(entry);
+    if (started.configuredVersion.empty()) {
+        notes.push_back(
+            "'" + input.config +
+            "' names no version (tavrel.compo.ver): each process that starts builds the tree anew");
+    } else if (started.kind == Kind::Built && entry == Entry::Join) {
+        notes.push_back("there was no tree in " + treePlace(input) + ": it was built");
+    }
+    if (started.kind == Kind::Joined && entry == Entry::Join) {
+        return;
+    }
+    const StoredValues before =
+        started.kind == Kind::Migrated ? valuesNow(ValueSize::Stored) : StoredValues();
     builder.build();
     if (!started.configuredVersion.empty() && storedVersion(builder) != started.configuredVersion) {
         throw Refusal("the store " + treePlace(input) +
                       " has not taken the version; is there room for the tree, and may it be written?");
     }
     if (started.kind == Kind::Migrated) {
-        started.changes = differences(before, valuesNow());
+        started.changes = differences(before, valuesNow(ValueSize::Configured));
+        started.structure = structureDifference();
+    }
+}
+
+void Session::requireEntry(Entry entry) const {
+    if (entry == Entry::Start || started.kind == StartReport::Kind::Joined) {
+        return;
+    }
+    if (started.configuredVersion.empty()) {
+        throw Refusal(
+            "'" + input.config +
+            "' names no version (tavrel.compo.ver), so that each start builds the tree anew: run `tavrel "
+            "start` if that is wanted");
+    }
+    if (started.kind == StartReport::Kind::Migrated) {
+        throw Refusal("the tree in " + treePlace(input) + " has version '" + started.storedVersion + "', '" +
+                      input.config + "' names '" + started.configuredVersion +
+                      "': run `tavrel start` to migrate it");
     }
 }
 

@@ -24,17 +24,27 @@ struct StartReport {
     std::string configuredVersion; ///< empty: the tree is built at each start
     std::string cache;             ///< path of the specification cache
     bool cacheFound = false;
+    std::string
+        structure; ///< after a migration: how a fresh tree would differ from this one; empty: not at all
     std::vector<std::string>
         changes; ///< after a migration: a line for each property whose stored values changed
+};
+
+/// What a session may do to the tree that it finds.
+enum class Entry {
+    Start, ///< build it, or migrate it to the configured version
+    Join   ///< only build it where there is none yet, as any process does that comes first
 };
 
 /// The tree in this process: started as any client starts, torn down at the end. One at a time.
 class Session {
 public:
     /// Checks all input, then builds the tree or joins it.
-    /// @param notes  receives lines about input that has no effect
-    /// @throws WrongUsage, Refusal  as `checkStart`; the start is not possible
-    Session(const StartFiles& files, std::vector<std::string>& notes);
+    /// @param notes  receives lines about input that has no effect, and about what only shows at the start
+    /// @throws WrongUsage, Refusal  as `checkStart`; the start is not possible, or `entry` does not allow
+    /// what it
+    ///                              needs
+    Session(const StartFiles& files, Entry entry, std::vector<std::string>& notes);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -54,8 +64,9 @@ public:
     static std::vector<std::string> typeNames();
 
 private:
-    void start(const std::string& classes, std::vector<std::string>& notes);
-    void build(qz::tavrel::Builder& builder);
+    void start(const std::string& classes, Entry entry, std::vector<std::string>& notes);
+    void build(qz::tavrel::Builder& builder, Entry entry, std::vector<std::string>& notes);
+    void requireEntry(Entry entry) const;
     void checkRoot() const;
 
     StartInput input;

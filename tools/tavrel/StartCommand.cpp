@@ -1,12 +1,8 @@
 #include "Commands.h"
 #include "Session.h"
-
-#include <qz/tavrel/Component.h>
-#include <qz/tavrel/TreeConfig.h>
+#include "Structure.h"
 
 #include <iostream>
-
-using namespace qz::tavrel;
 
 namespace tavrel::tool {
 
@@ -14,15 +10,6 @@ namespace {
 
 std::string quoted(const std::string& version) {
     return version.empty() ? "no version" : "version '" + version + "'";
-}
-
-int liveComponents() {
-    TreeConfig* tree = Component::getTreeConfig();
-    int count = 0;
-    for (int id = 0; id < tree->getNodeCount(); ++id) {
-        count += tree->getNodeType(id) > 0 ? 1 : 0;
-    }
-    return count;
 }
 
 } // namespace
@@ -44,8 +31,13 @@ void startCommand(const Session& session) {
         }
         break;
     }
-    std::cout << "  " << liveComponents() << " components\n  specification "
-              << (report.cacheFound ? "from the cache " : "read and cached in ") << report.cache << '\n';
+    std::cout << "  " << liveComponents() << " components\n";
+    if (!report.structure.empty()) {
+        std::cout << "  a fresh tree would have " << report.structure
+                  << ": a migration keeps the stored tree and fits only the values\n";
+    }
+    std::cout << "  specification " << (report.cacheFound ? "from the cache " : "read and cached in ")
+              << report.cache << '\n';
 }
 
 } // namespace tavrel::tool

@@ -19,7 +19,7 @@ constexpr unsigned int readLimit = 65536;
 
 } // namespace
 
-StoredValues storedValues() {
+StoredValues storedValues(ValueSize wanted) {
     StoredValues values;
     TreeConfig* tree = Component::getTreeConfig();
     std::string buffer(readLimit, '\0');
@@ -33,7 +33,11 @@ StoredValues storedValues() {
         locator->getPropertyKeys(keys);
         for (const int key : keys) {
             const unsigned int size = locator->readData(id, key, buffer.data(), readLimit);
-            values[{id, key}] = buffer.substr(0, size);
+            std::string value = buffer.substr(0, size);
+            if (wanted == ValueSize::Configured && size > 0) {
+                value.resize(locator->getPropertySize(key));
+            }
+            values[{id, key}] = std::move(value);
         }
     }
     return values;

@@ -30,7 +30,11 @@ struct Arguments {
     int interval = 200;
 };
 
-using Work = std::function<void(const Session&)>;
+/// What a command does, and in what session.
+struct Work {
+    std::function<void(const Session&)> run;
+    Entry entry = Entry::Join;
+};
 
 constexpr char footer[] =
     R"(A path is a step for each component from the root: /Chassis#0/Fan#1; "/" alone is the root.
@@ -39,9 +43,11 @@ A value is a number, 0x and hex digits, or text: and characters.
 Exit code: 0 done; 1 refused or failed, with the reason; 2 wrong usage.)";
 
 /// Adds a command that works on the tree.
-CLI::App* command(CLI::App& app, const char* name, const char* about, Work& chosen, Work work) {
+CLI::App* command(CLI::App& app, const char* name, const char* about, Work& chosen,
+                  std::function<void(const Session&)> run) {
     CLI::App* added = app.add_subcommand(name, about);
-    added->callback([&chosen, work = std::move(work)] { chosen = work; });
+    const Entry entry = std::string(name) == "start" ? Entry::Start : Entry::Join;
+    added->callback([&chosen, run = std::move(run), entry] { chosen = {run, entry}; });
     return added;
 }
 
@@ -102,16 +108,16 @@ void addCommands(CLI::App& app, Arguments& given, Work& chosen) {
 }
 
 void run(const Arguments& given, const Work& work) {
-    if (!work) {
+    if (!work.run) {
         traceCommand(given.file);
         return;
     }
     std::vector<std::string> notes;
-    const Session session(given.files, notes);
+    const Session session(given.files, work.entry, notes);
     for (const std::string& note : notes) {
         std::cerr << "tavrel: note: " << note << '\n';
     }
-    work(session);
+    work.run(session);
 }
 
 int fail(const std::exception& reason, int code) {
