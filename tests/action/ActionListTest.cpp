@@ -146,6 +146,28 @@ TEST(ActionList, ClosesTheBracketInPlaceOfTheOpeningOneWhileItIsEmpty) {
     EXPECT_EQ("ActionList]", list.toString());
 }
 
+TEST(ActionList, ClosesTheBracketLikeAnEmptyOneWhenAllItsActionsAreNull) {
+    ActionList list;
+    std::vector<Action*> nothing{nullptr, nullptr};
+
+    list.addAction(nothing);
+
+    EXPECT_EQ("ActionList]", list.toString());
+    EXPECT_NO_THROW(run(list));
+}
+
+TEST(ActionList, LeavesTheCallersVectorAsItWas) {
+    ActionLog log;
+    ActionList list;
+    std::vector<Action*> added{new RecordingAction(log, "First"), nullptr};
+    const std::vector<Action*> before = added;
+
+    list.addAction(added);
+
+    EXPECT_EQ(before, added);
+    EXPECT_EQ("ActionList[First]", list.toString());
+}
+
 TEST(ActionList, DeletesItsActionsWithItself) {
     ActionLog log;
     std::unique_ptr<Action> owned = std::make_unique<ActionList>();

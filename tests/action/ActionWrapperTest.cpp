@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 using qz::tavrel::Action;
@@ -29,6 +30,8 @@ public:
 
     Action* wrapped() const { return action; }
 };
+
+static_assert(std::is_abstract_v<ActionWrapper>, "what a wrapper runs is up to its subclass");
 
 TEST(ActionWrapper, WrapsTheNullActionAtFirst) {
     Twice wrapper;

@@ -147,6 +147,17 @@ TEST_F(AccessorRefusal, IsTracedAndRaisedAnewByEveryOperation) {
     }
 }
 
+TEST_F(AccessorRefusal, IsRaisedAsAnUnavailableComponent) {
+    for (const Checked& each : checkedOperations()) {
+        SCOPED_TRACE(each.name);
+        ComponentAccessor accessor(at(4));
+        changeElsewhere(4, board, 8);
+
+        EXPECT_THROW(each.run(accessor), UnavailableComponentException) << "stale";
+        EXPECT_THROW(each.run(accessor), UnavailableComponentException) << "dead";
+    }
+}
+
 TEST_F(AccessorRefusal, LeavesTheAccessorDeadForEveryOperation) {
     for (const Checked& each : checkedOperations()) {
         SCOPED_TRACE(each.name);

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <future>
+#include <sstream>
 #include <thread>
 
 using namespace tavrel::test;
@@ -27,6 +28,44 @@ protected:
             ids.push_back(each.getComponentId());
         }
         return ids;
+    }
+
+    /// Changes the number of node 4 behind the next section between processes: after a check, before the
+    /// work.
+    void changeAfterTheCheck() {
+        lock->afterUnlock = [this] {
+            config->setNodeInfo(4, board, 9);
+            lock->afterUnlock = nullptr;
+        };
+    }
+
+    /// Expects that no other thread gets into the tree while `call` loads it, `expected` times.
+    template <typename Call>
+    void expectAloneInLoads(int expected, Call call) {
+        std::vector<std::thread> readers;
+        int loads = 0;
+        config->before = [&](const std::string& operation) {
+            if (operation != "load") {
+                return;
+            }
+            ++loads;
+            std::promise<void> in;
+            std::future<void> isIn = in.get_future();
+            readers.emplace_back([this, made = std::move(in)]() mutable {
+                config->readLock();
+                made.set_value();
+                config->readUnlock();
+            });
+            EXPECT_EQ(std::future_status::timeout, isIn.wait_for(std::chrono::milliseconds(20)));
+        };
+
+        call();
+
+        config->before = nullptr;
+        EXPECT_EQ(expected, loads);
+        for (std::thread& each : readers) {
+            each.join();
+        }
     }
 };
 
@@ -271,6 +310,44 @@ TEST_F(Accessor, DiesOfAChangeBetweenItsCheckAndThePropertysOwn) {
     EXPECT_EQ(0U, trace.count(0x20504));
 }
 
+TEST_F(Accessor, PassesAChangeThatAPropertyFindsOnAsAnUnavailableComponent) {
+    ComponentAccessor reading(at(4));
+    root->readLock(); // no refresh of the property, which would come before the change
+    changeAfterTheCheck();
+    EXPECT_THROW(reading.getProperty(speedKey, nullptr, 0), UnavailableComponentException);
+
+    ComponentAccessor writing(at(4));
+    changeAfterTheCheck();
+    EXPECT_THROW(writing.setProperty(speedKey, "abcd", 4), UnavailableComponentException);
+}
+
+TEST_F(Accessor, NavigatesFromAComponentThatChangesBehindItsCheck) {
+    ComponentAccessor accessor(at(4));
+    changeAfterTheCheck();
+
+    EXPECT_EQ(0, accessor.getParent().getComponentId());
+
+    EXPECT_EQ(9, at(4)->getNo());
+    EXPECT_EQ(stale, faultText([&] { accessor.getParent(); })) << "it was available until now";
+}
+
+TEST_F(Accessor, RunsAnActionOnAComponentThatChangesBehindItsCheck) {
+    class Numbering : public Action {
+        void execute(Component* target, int, const void*, unsigned int, void* out, unsigned int) override {
+            *static_cast<int*>(out) = target->getNo();
+        }
+    };
+    tree.define(board, "Board").addAction(7, new Numbering);
+    ComponentAccessor accessor(at(4));
+    int number = 0;
+    changeAfterTheCheck();
+
+    EXPECT_NO_THROW(accessor.doAction(7, nullptr, 0, &number, sizeof number));
+
+    EXPECT_EQ(9, number);
+    EXPECT_EQ(stale, faultText([&] { accessor.getType(); })) << "it was available until now";
+}
+
 TEST_F(Accessor, DiesOfAnActionThatFindsAComponentGone) {
     class Finding : public Action {
         void execute(Component*, int, const void*, unsigned int, void*, unsigned int) override {
@@ -297,30 +374,18 @@ TEST_F(Accessor, TakesTheTreeOnceForItsCheckAndThenForTheWork) {
 }
 
 TEST_F(Accessor, HasTheTreeToItselfWheneverItMayLoadIt) {
-    std::vector<std::thread> readers;
-    int loads = 0;
-    config->before = [&](const std::string& operation) {
-        if (operation != "load") {
-            return;
-        }
-        ++loads;
-        std::promise<void> in;
-        std::future<void> isIn = in.get_future();
-        readers.emplace_back([this, made = std::move(in)]() mutable {
-            config->readLock();
-            made.set_value();
-            config->readUnlock();
-        });
-        EXPECT_EQ(std::future_status::timeout, isIn.wait_for(std::chrono::milliseconds(20)));
-    };
+    constexpr int expected = 4; // for its revision, then for that of each step
+    expectAloneInLoads(expected, [] { ComponentAccessor accessor(at(5)); });
+}
 
+TEST_F(Accessor, HasTheTreeToItselfWhileItFillsAPathWithRevisions) {
     ComponentAccessor accessor(at(5));
+    ComponentAccessor::LocalTreePath path;
+    constexpr int expected = 4; // for its check, then for the revision of each step
 
-    config->before = nullptr;
-    EXPECT_EQ(4, loads) << "for its revision, then for that of each step";
-    for (std::thread& each : readers) {
-        each.join();
-    }
+    expectAloneInLoads(expected, [&] { accessor.getTreePath(path); });
+
+    EXPECT_EQ(5, path.at(2).getComponentId());
 }
 
 // --- changing its own node ---
@@ -348,6 +413,19 @@ TEST_F(Accessor, GoesOnAfterChangingTheTypeWhileOthersAreStale) {
     EXPECT_EQ("/Chassis#0/Fan#0", mine.getPath());
     EXPECT_EQ(2, mine.getPathSize());
     EXPECT_EQ(stale, faultText([&] { other.getType(); }));
+}
+
+TEST_F(Accessor, IsStaleAfterAChangeOfTypeThatFailed) {
+    ComponentAccessor accessor(at(5));
+    const int pinned = accessor.getRevision();
+    Component::setMaxCount(sampleSize); // no room for the sensors of another board
+
+    EXPECT_EQ(invalidId, faultText([&] { accessor.setType(board); }));
+
+    EXPECT_EQ(board, at(5)->getType());
+    EXPECT_EQ(pinned, accessor.getRevision());
+    EXPECT_EQ(stale, faultText([&] { accessor.getType(); }));
+    EXPECT_EQ("/Chassis#0/Board#1/Sensor#0", accessor.getPath());
 }
 
 TEST_F(Accessor, LivesOnWhenItGetsAChild) {
@@ -593,6 +671,34 @@ TEST_F(Accessor, KeepsTheRevisionOfEachStep) {
     EXPECT_TRUE(path.at(2).isAvailable());
     EXPECT_THROW(path.at(3), std::out_of_range);
     EXPECT_EQ("/Chassis#0/Board#1/Sensor#0", path.toString());
+}
+
+TEST_F(Accessor, HasAPathThatKeepsNoRevisionOfABareStep) {
+    ComponentAccessor::LocalTreePath path;
+
+    path.add(board, 3);
+
+    EXPECT_EQ((Steps{{board, 3}}), stepsOf(path));
+    EXPECT_THROW(path.at(0), std::out_of_range);
+}
+
+TEST_F(Accessor, HasAPathThatIsWrittenAndReadWithoutRevisions) {
+    ComponentAccessor::LocalTreePath path;
+    at(4)->getTreePath(path);
+    std::stringstream stream;
+    char memory[20];
+
+    path.write(stream);
+    ComponentAccessor::LocalTreePath fromStream;
+    fromStream.read(stream);
+    EXPECT_EQ(20, path.write(memory, sizeof memory));
+    ComponentAccessor::LocalTreePath fromMemory;
+    EXPECT_EQ(20, fromMemory.read(memory, sizeof memory));
+
+    for (ComponentAccessor::LocalTreePath* const each : {&fromStream, &fromMemory}) {
+        EXPECT_EQ((Steps{{chassis, 0}, {board, 1}}), stepsOf(*each));
+        EXPECT_THROW(each->at(0), std::out_of_range);
+    }
 }
 
 TEST_F(Accessor, HasAPathThatIsClearedAsAWhole) {

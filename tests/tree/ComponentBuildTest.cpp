@@ -171,6 +171,24 @@ TEST(ComponentDeleteAll, LeavesNothingOfTheOldComponents) {
     second.root()->createComponent(fan);
 }
 
+TEST(ComponentDeleteAll, LeavesTheRefreshOfItsThreadAsItWas) {
+    const StoppedClock clock;
+    {
+        TreeFixture first;
+        first.root()->readUnlock();
+        Component::getRoot(); // refreshes
+    }
+    auto* const lock = new RecordingLock;
+    TreeParts parts;
+    parts.lock = lock;
+    const TreeFixture second(parts);
+    const int taken = lock->taken;
+
+    Component::getComponent(0)->getParent();
+
+    EXPECT_EQ(taken, lock->taken) << "within the time of the look at the tree before";
+}
+
 TEST(ComponentDeleteAll, DoesNothingTwice) {
     Component::deleteAll();
     Component::deleteAll();

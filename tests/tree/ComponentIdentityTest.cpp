@@ -3,7 +3,9 @@
 #include <qz/tavrel/ComponentAccessor.h>
 #include <qz/tavrel/QZException.h>
 
+#include <atomic>
 #include <memory>
+#include <thread>
 
 using namespace tavrel::test;
 using namespace qz::tavrel;
@@ -22,6 +24,33 @@ TEST_F(ComponentIdentity, HasOneObjectForAnId) {
     EXPECT_EQ(5, first->getComponentId());
     EXPECT_EQ(first, at(5));
     EXPECT_NE(first, at(6));
+}
+
+TEST_F(ComponentIdentity, HasOneObjectForAnIdThatSeveralThreadsAskForAtOnce) {
+    constexpr int askers = 4;
+    std::vector<Components> found(askers);
+    std::atomic<int> ready{0};
+    std::vector<std::thread> threads;
+
+    for (Components& mine : found) {
+        threads.emplace_back([&ready, &mine] {
+            ++ready;
+            while (ready < askers) {
+                std::this_thread::yield();
+            }
+            for (int id = sampleSize; id < TreeFixture::maxCount; ++id) {
+                mine.push_back(at(id));
+            }
+        });
+    }
+    for (std::thread& each : threads) {
+        each.join();
+    }
+
+    for (const Components& each : found) {
+        EXPECT_EQ(found[0], each);
+    }
+    EXPECT_EQ(sampleSize, found[0].front()->getComponentId());
 }
 
 TEST_F(ComponentIdentity, RefusesIdsOutsideTheTree) {
@@ -273,6 +302,20 @@ TEST_F(ComponentIdentity, GivesTheRevisionOfAChangedNodeWithoutRaising) {
     EXPECT_EQ(after, at(4)->getRevision());
 
     EXPECT_EQ("nothing raised", faultText([] { at(4)->update(); }));
+}
+
+TEST_F(ComponentIdentity, TracesAChangeThatItsRevisionTakesOver) {
+    const int before = at(4)->getRevision();
+    const int after = changeElsewhere(4, fan, 8);
+    const TraceCapture trace;
+
+    at(4)->getRevision();
+    at(4)->getRevision();
+
+    const auto records = trace.of(0x2011a);
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ(infoFlags, records[0].flags);
+    EXPECT_EQ((Words{4, before, after, 0, 0, 0}), records[0].arguments());
 }
 
 TEST_F(ComponentIdentity, KeepsTheRevisionItHasSeenAsItsCurrentOne) {

@@ -113,6 +113,30 @@ TEST_F(ComponentLinks, LinksAListInOneCall) {
     EXPECT_EQ((std::vector<std::string>{"add list of 2", "add list of 0", "add list of 0"}), adds);
 }
 
+TEST_F(ComponentLinks, TracesEachCandidateOfAListInTurnBeforeItLinksThem) {
+    const int first = addLeaf(1, fan);
+    const int second = addLeaf(1, fan);
+    const TraceCapture trace;
+    std::size_t tracedBefore = 0;
+    config->before = [&](const std::string& operation) {
+        if (operation == "add list of 2") {
+            tracedBefore = trace.all().size();
+        }
+    };
+
+    at(4)->addComponent(Components{at(first), at(2), at(second), at(3)});
+
+    config->before = nullptr;
+    std::vector<std::pair<unsigned long, Words>> records;
+    for (const TraceRecord& record : trace.all()) {
+        records.emplace_back(record.id, record.arguments());
+    }
+    EXPECT_EQ((std::vector<std::pair<unsigned long, Words>>{
+                  {0x20117, {4, first}}, {0x20118, {4, 2}}, {0x20117, {4, second}}, {0x20118, {4, 3}}}),
+              records);
+    EXPECT_EQ(4U, tracedBefore);
+}
+
 TEST_F(ComponentLinks, TakesTheSharedLockOnceForAList) {
     const int first = addLeaf(1, fan);
     const int second = addLeaf(1, fan);

@@ -356,6 +356,25 @@ TEST_F(ComponentLock, StaysWithTheCallerWhenTheTreeOfTheRootCannotBeLocked) {
     EXPECT_EQ((std::vector<int>{1, 0}), countsOf(root));
 }
 
+TEST_F(ComponentLock, StaysWithTheCallerWhenTheLookAtTheRootFails) {
+    provider->before = [&](const std::string&) {
+        clock.advance(101); // so that the look at the root refreshes
+        lock->beforeLock = [] { throw TavrelException("no refresh"); };
+    };
+    const TraceCapture trace;
+
+    EXPECT_EQ("no refresh", faultText([] { at(4)->writeLock(); }));
+
+    provider->before = nullptr;
+    lock->beforeLock = nullptr;
+    EXPECT_EQ((Calls{"writeLock 4"}), provider->calls);
+    EXPECT_EQ(points({0x20107, 0x20108}), idsOf(trace));
+    EXPECT_EQ((std::vector<int>{0, 1}), countsOf(at(4)));
+    at(4)->writeUnlock();
+    EXPECT_EQ("writeUnlock 4", provider->calls.back());
+    EXPECT_EQ((std::vector<int>{0, 0}), countsOf(at(4)));
+}
+
 TEST_F(ComponentLock, IsGivenBackOnTheRootThoughTheTreeCannotBeSaved) {
     root->writeLock();
     at(4)->setNo(9);

@@ -139,6 +139,14 @@ TEST_F(ComponentSearch, LeavesOutTheStartOfASearchForAFeature) {
     EXPECT_EQ((Ids{1, 4}), findFeatured(0, board, false));
 }
 
+TEST_F(ComponentSearch, LeavesOutTheStartThatACircleLeadsBackTo) {
+    at(6)->addComponent(root); // shared back to the top
+
+    EXPECT_EQ((Ids{}), findFeatured(0, chassis, false));
+    EXPECT_EQ((Ids{2, 3, 5}), findFeatured(6, sensor, false));
+    EXPECT_EQ((Ids{6, 2, 3, 5}), findFeatured(6, sensor, true));
+}
+
 TEST_F(ComponentSearch, TakesAnyNumberForAFeature) {
     tree.define(fan, "Fan").addFeature(0);
     tree.define(sensor, "Sensor").addFeature(-7);
