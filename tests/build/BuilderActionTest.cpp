@@ -206,6 +206,17 @@ TEST_F(BuilderActionTest, GivesNoneWithoutAnOwnAndAGenericSection) {
     EXPECT_EQ(nullptr, builder->getAction("Chassis", "Reset"));
 }
 
+TEST_F(BuilderActionTest, KeepsTheGenericActionThatIsAskedForWithoutAClass) {
+    specifyActions("::Reset\naction,Logged\n");
+
+    const std::unique_ptr<Action> made(builder->getAction("", "Reset"));
+
+    EXPECT_NE(nullptr, made);
+    EXPECT_EQ(made.get(), builder->getAction("", "Reset"));
+    EXPECT_EQ(made.get(), builder->getAction("Chassis", "Reset"));
+    EXPECT_EQ(1, log.alive);
+}
+
 TEST_F(BuilderActionTest, PassesOnWhatASectionRaisesAndTriesItAgain) {
     specifyActions("Chassis::Reset\naction,Unknown\n\n::Reset\naction,Logged\n");
     const TraceCapture capture;
@@ -245,6 +256,34 @@ TEST_F(BuilderActionTest, SearchesAGenericSectionThatIsNotThereOnce) {
 
     const std::map<std::string, int> expected{{"Chassis::Reset", 1}, {"Board::Reset", 2}, {"::Reset", 1}};
     EXPECT_EQ(expected, questions);
+}
+
+TEST_F(BuilderActionTest, SearchesAMissingGenericSectionNoMoreOnceItWasAskedForWithoutAClass) {
+    std::map<std::string, int> questions;
+    factory.makers["Specification"] = [&] {
+        return static_cast<Specification*>(new AskedSpecification(questions));
+    };
+    specifyActions("Fan::Reset\naction,Logged\n");
+
+    EXPECT_EQ(nullptr, builder->getAction("", "Reset"));
+    EXPECT_EQ(nullptr, builder->getAction("", "Reset"));
+    EXPECT_EQ(nullptr, builder->getAction("Board", "Reset"));
+
+    EXPECT_EQ((std::map<std::string, int>{{"::Reset", 2}, {"Board::Reset", 1}}), questions);
+}
+
+TEST_F(BuilderActionTest, SearchesAGenericSectionAgainForEachClassThatFallsBackToIt) {
+    std::map<std::string, int> questions;
+    factory.makers["Specification"] = [&] {
+        return static_cast<Specification*>(new AskedSpecification(questions));
+    };
+    specifyActions("::Reset\naction,Logged\n");
+
+    const std::unique_ptr<Action> first(builder->getAction("Fan", "Reset"));
+    const std::unique_ptr<Action> second(builder->getAction("Fan", "Reset"));
+
+    EXPECT_NE(first, second);
+    EXPECT_EQ((std::map<std::string, int>{{"Fan::Reset", 2}, {"::Reset", 2}}), questions);
 }
 
 TEST_F(BuilderActionTest, SearchesASectionOfAClassOnceWhenItIsThere) {

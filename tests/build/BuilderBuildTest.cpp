@@ -31,10 +31,16 @@ public:
         std::vector<int> visited;
         std::vector<int> modified;
         std::function<void()> before;
+        std::function<void()> atEnd;
     };
 
     explicit LoggedInitializer(Log& itsLog) : log(itsLog) { ++log.alive; }
-    ~LoggedInitializer() override { --log.alive; }
+    ~LoggedInitializer() override {
+        if (log.atEnd) {
+            log.atEnd();
+        }
+        --log.alive;
+    }
     LoggedInitializer(const LoggedInitializer&) = delete;
     LoggedInitializer& operator=(const LoggedInitializer&) = delete;
 
@@ -385,6 +391,7 @@ TEST_F(BuilderBuildTest, TakesItsLocksInTheirOrderAndGivesThemBackInReverse) {
             note("initializer");
         }
     };
+    initializer.atEnd = [&] { note("initializer's end"); };
     main->beforeSet = [&] {
         if (main->values.count("tavrel4") != 0) {
             note("write");
@@ -398,8 +405,9 @@ TEST_F(BuilderBuildTest, TakesItsLocksInTheirOrderAndGivesThemBackInReverse) {
     EXPECT_EQ("writeLock 0: 100", seen.at(1));
     EXPECT_EQ("initializer: 211", seen.at(2));
     EXPECT_EQ("write: 211", seen.at(3));
-    EXPECT_EQ("writeUnlock 0: 110", seen.at(4));
-    EXPECT_EQ(5U, seen.size());
+    EXPECT_EQ("initializer's end: 211", seen.at(4));
+    EXPECT_EQ("writeUnlock 0: 110", seen.at(5));
+    EXPECT_EQ(6U, seen.size());
     EXPECT_TRUE(allIsFree());
 }
 

@@ -71,6 +71,76 @@ TEST_F(BuilderLoadTest, ParsesNothingWhereThereIsACache) {
     EXPECT_EQ(4U, ComponentClass::get(2)->getPropertyLocator()->getPropertySize(300));
 }
 
+/// Counts the questions of every kind.
+class AskedNames : public FixedNames {
+public:
+    int questions = 0;
+
+    int getComponentType(const std::string& name) override {
+        ++questions;
+        return FixedNames::getComponentType(name);
+    }
+    std::string getComponentName(int type) override {
+        ++questions;
+        return FixedNames::getComponentName(type);
+    }
+    int getActionId(const std::string& name) override {
+        ++questions;
+        return FixedNames::getActionId(name);
+    }
+    std::string getActionName(int id) override {
+        ++questions;
+        return FixedNames::getActionName(id);
+    }
+    int getPropertyKey(const std::string& name) override {
+        ++questions;
+        return FixedNames::getPropertyKey(name);
+    }
+    std::string getPropertyName(int key) override {
+        ++questions;
+        return FixedNames::getPropertyName(key);
+    }
+    int getValue(int dictionary, const std::string& name) override {
+        ++questions;
+        return FixedNames::getValue(dictionary, name);
+    }
+    std::string getName(int dictionary, int value) override {
+        ++questions;
+        return FixedNames::getName(dictionary, value);
+    }
+};
+
+TEST_F(BuilderLoadTest, AsksItsResolverNothingWhereThereIsACache) {
+    AskedNames* asked = nullptr;
+    factory.makers["NameResolver"] = [&] {
+        asked = new AskedNames;
+        return static_cast<NameResolver*>(asked);
+    };
+    specify("Chassis\nproperty,main,Speed,4\ncomponent,Board,1\naction,Reset\nfeature,Fan\n");
+    load();
+    EXPECT_LT(0, asked->questions);
+    restart();
+
+    EXPECT_EQ("nothing raised", load());
+
+    EXPECT_EQ(0, asked->questions);
+    EXPECT_TRUE(ComponentClass::get(2)->hasFeature(4));
+}
+
+TEST_F(BuilderLoadTest, LeavesThePlainResolverWithoutTheNamesOfTheCache) {
+    factory.makers.erase("NameResolver");
+    specify("Chassis\ncomponent,Board,1\n");
+    load();
+    const int type = builder->getResolver()->getComponentType("Board");
+    EXPECT_EQ("Board", builder->getResolver()->getComponentName(type));
+    restart();
+
+    EXPECT_EQ("nothing raised", load());
+
+    EXPECT_NE(nullptr, ComponentClass::get(type));
+    EXPECT_EQ("", builder->getResolver()->getComponentName(type));
+}
+
 TEST_F(BuilderLoadTest, TracesEachStepWithTwoZerosAtLevelDebug) {
     specify(oneBoard);
     const TraceCapture capture;

@@ -1,5 +1,7 @@
 #include "build/BuilderTest.h"
 
+#include <qz/tavrel/ComponentClass.h>
+#include <qz/tavrel/PropertyLocator.h>
 #include <qz/tavrel/ResourceManager.h>
 
 using namespace qz::tavrel;
@@ -204,6 +206,31 @@ TEST_F(BuilderResourceTest, MakesTheSourceThenTheTargetInTheOrderOfTheFile) {
         made.push_back(each->name);
     }
     EXPECT_EQ((Texts{"first", "second", "third"}), made);
+}
+
+TEST_F(BuilderResourceTest, RedirectsToNoStoreForAnEmptyValue) {
+    const TraceCapture capture;
+
+    redirect("/Chassis#0.main =\n");
+
+    const std::unique_ptr<Resource> unnamed(store("")); // made, but known to nobody
+    EXPECT_NE(nullptr, unnamed);
+    EXPECT_EQ(1U, capture.count(0x30009));
+    EXPECT_EQ(-1, manager().getResourceId(""));
+    EXPECT_EQ(nullptr, redirected("/Chassis#0", "main"));
+    EXPECT_EQ(store("main"), redirected("/Board#0", "main"));
+}
+
+TEST_F(BuilderResourceTest, BindsAPropertyOfAnUnnamedResourceToNoStore) {
+    specify("Chassis\nproperty,,Speed,4\n,main,Label,4\n");
+
+    EXPECT_EQ("nothing raised", faultText([this] { builder->load(properties); }));
+
+    const std::unique_ptr<Resource> unnamed(store(""));
+    PropertyLocator& locator = *ComponentClass::get(2)->getPropertyLocator();
+    EXPECT_NE(nullptr, unnamed);
+    EXPECT_EQ(-1, locator.getAccessor(300).getResourceId());
+    EXPECT_EQ(manager().getResourceId("main"), locator.getAccessor(301).getResourceId());
 }
 
 TEST_F(BuilderResourceTest, PassesOnThatARedirectionsStoreCannotBeMade) {

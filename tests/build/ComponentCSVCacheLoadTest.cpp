@@ -15,6 +15,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <fstream>
 #include <regex>
 #include <string>
 #include <vector>
@@ -186,6 +187,41 @@ TEST(ComponentCSVCacheLoad, TakesAGoodFileAgain) {
     EXPECT_TRUE(cache.load(cacheFile));
     EXPECT_TRUE(cache.load(cacheFile));
     EXPECT_FALSE(cache.load("/tmp/missing"));
+}
+
+/// How often this process has the cache file mapped.
+int mappings() {
+    std::ifstream maps("/proc/self/maps");
+    int found = 0;
+    for (std::string line; std::getline(maps, line);) {
+        found += line.ends_with(" " + std::string(cacheFile)) ? 1 : 0;
+    }
+    return found;
+}
+
+TEST(ComponentCSVCacheLoad, KeepsOneMappingUntilItsEnd) {
+    makeFile(cacheFile, goodCache().bytes());
+    {
+        ComponentCSVCache cache;
+        cache.load(cacheFile);
+        EXPECT_EQ(1, mappings());
+
+        cache.load(cacheFile);
+        EXPECT_EQ(1, mappings()) << "the one before is gone";
+    }
+
+    EXPECT_EQ(0, mappings());
+}
+
+TEST(ComponentCSVCacheLoad, KeepsNoMappingOfABadFile) {
+    makeFile(cacheFile, goodCache().bytes());
+    ComponentCSVCache cache;
+    cache.load(cacheFile);
+    makeFile(cacheFile, CacheBytes().header().compo(0, 2).bytes());
+
+    EXPECT_FALSE(cache.load(cacheFile));
+
+    EXPECT_EQ(0, mappings());
 }
 
 TEST(ComponentCSVCacheLoad, KeepsNoDescriptor) {

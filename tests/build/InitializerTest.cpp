@@ -340,6 +340,32 @@ TEST_F(InitializerTest, PassesOnWhatAStoreRaises) {
     store->beforeLock = nullptr;
 }
 
+TEST_F(InitializerTest, EndsARunThatFitsAtAStoreThatRaises) {
+    store->beforeLock = [&] {
+        if (!initializer.visited.empty()) { // not yet in the look at the root
+            throw std::runtime_error("no store");
+        }
+    };
+
+    EXPECT_THROW(initializer.run(true), std::runtime_error);
+
+    store->beforeLock = nullptr;
+    EXPECT_EQ(std::vector<int>{2}, initializer.visited);
+}
+
+TEST_F(InitializerTest, ZeroesTheNextPropertyWhenAStoreRaises) {
+    stored(0, labelKey) = "wxyz1234";
+    store->beforeSet = [&] {
+        store->beforeSet = nullptr;
+        throw std::runtime_error("no store");
+    };
+
+    initializer.initProperties(root);
+
+    EXPECT_FALSE(isStored(0, speedKey));
+    EXPECT_EQ(std::string(8, '\0'), stored(0, labelKey));
+}
+
 TEST_F(InitializerTest, IsVisitedNowhereBeforeItsRun) {
     EXPECT_EQ(nullptr, Initializer().getComponent());
 }

@@ -319,6 +319,14 @@ TEST(Specification, LooksInItsIncludesForWhatItLacks) {
     EXPECT_EQ(Names{"Reset|"}, rowsOf(*specification, "Board", "action"));
 }
 
+TEST(Specification, LooksInItsIncludesForASubsectionOfItsNameAlone) {
+    makeFile("/tmp/fan", "Chassis\nproperty,A,B,1\n");
+
+    const auto specification = loaded("include,/tmp/fan\n\nChassis\nproperty\naction,Reset\n");
+
+    EXPECT_EQ(Names{"A|B|1|"}, rowsOf(*specification, "Chassis", "property"));
+}
+
 TEST(Specification, IsNotEmptyWithASectionInADirectIncludeAlone) {
     makeFile("/tmp/fan", "Fan\naction,Stop\n");
 
