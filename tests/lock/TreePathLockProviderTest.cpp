@@ -394,6 +394,41 @@ TEST_F(TreePathLockProviderTest, ListsTheWaitingWriters) {
     EXPECT_EQ((std::vector<int>{id(tree.leaf), 1, 5, 6, 0, 0}), records[1].arguments());
 }
 
+TEST_F(TreePathLockProviderTest, CountsOnlyTheListedOnesOfAComponent) {
+    const TraceCapture capture;
+    LockRecord& record = table.record(id(tree.leaf));
+    record.waitingBeneath = 1;
+    record.holders[0] = {1, 2, 1};
+    record.holders[1] = {3, 4, 3};
+    record.holders[2] = {5, 6, 5};
+    record.holders[3] = {7, 8, 1};
+    record.holders[4] = {9, 10, 5};
+
+    EXPECT_TRUE(provider.is_wait(tree.leaf));
+
+    const auto records = capture.of(0x40206);
+    ASSERT_EQ(2U, records.size());
+    EXPECT_EQ((std::vector<int>{id(tree.leaf), 0, 5, 6, 0, 0}), records[0].arguments()) << "in place 2";
+    EXPECT_EQ((std::vector<int>{id(tree.leaf), 1, 9, 10, 0, 0}), records[1].arguments()) << "in place 4";
+}
+
+TEST_F(TreePathLockProviderTest, ListsTheReadersBeforeTheWritersOfAComponent) {
+    const TraceCapture capture;
+    LockRecord& record = table.record(id(tree.leaf));
+    record.readers = 1;
+    record.writers = 1;
+    record.holders[0] = {5, 6, 2};
+    record.holders[1] = {7, 8, 1};
+
+    EXPECT_FALSE(provider.wr_lock(tree.leaf));
+
+    ASSERT_EQ(2U, capture.all().size());
+    EXPECT_EQ(0x40209U, capture.all()[0].id);
+    EXPECT_EQ((std::vector<int>{id(tree.leaf), 0, 7, 8, 0, 0}), capture.all()[0].arguments());
+    EXPECT_EQ(0x4020AU, capture.all()[1].id);
+    EXPECT_EQ((std::vector<int>{id(tree.leaf), 0, 5, 6, 0, 0}), capture.all()[1].arguments());
+}
+
 TEST_F(TreePathLockProviderTest, ListsWhoRefusesALock) {
     const std::vector<int> here{id(tree.leaf), 0, static_cast<short>(getpid()), gettid(), 0, 0};
     const TraceCapture capture;
@@ -545,6 +580,23 @@ TEST_F(TreePathLockProviderTest, RaisesWhenTheJournalIsFull) {
     EXPECT_EQ((Counters{0, 1, 0, 1, 0}), table.counters(id(tree.beside))) << "but for the wait marks";
     EXPECT_EQ(0, pthread_mutex_trylock(&table->mutex)) << "the mutex is free";
     pthread_mutex_unlock(&table->mutex);
+}
+
+TEST_F(TreePathLockProviderTest, KeepsThePathOfALockThatFoundTheJournalFull) {
+    for (JournalEntry& entry : table->journal) {
+        entry = {1, 1, static_cast<std::int16_t>(gettid()), getpid(), 60};
+    }
+    faultText([&] { provider.readLock(tree.leaf); });
+    for (JournalEntry& entry : table->journal) {
+        entry.inUse = 0;
+    }
+    provider.readLock(tree.leaf);
+    provider.readUnlock(tree.leaf);
+    EXPECT_EQ((Counters{0, 0, 1, 0, 0}), table.counters(id(tree.root)));
+
+    provider.rd_unlock(tree.leaf); // knows the way up as long as the count is raised
+
+    expectUnlocked();
 }
 
 TEST_F(TreePathLockProviderTest, EndsTheProcessThatTakesTheHundredAndTwentyNinthLock) {

@@ -157,6 +157,14 @@ TEST_F(TreePathRecoveryTest, TakesOffManyInTheOrderOfTheJournal) {
     EXPECT_EQ(id(tree.leaf), records[0].arguments()[0]);
     EXPECT_EQ(id(tree.otherLeaf), records[1].arguments()[0]);
     EXPECT_EQ(id(tree.middle), records[2].arguments()[0]);
+    std::vector<unsigned long> points;
+    for (const TraceRecord& record : capture.all()) {
+        if (record.id == 0x40201 || record.id == 0x40202) {
+            points.push_back(record.id);
+        }
+    }
+    EXPECT_EQ((std::vector<unsigned long>{0x40201, 0x40201, 0x40201, 0x40202, 0x40202, 0x40202}), points)
+        << "all are looked for before the first is taken off";
     expectUnlocked();
 }
 

@@ -394,4 +394,21 @@ TEST_F(Configuration, TellsListenersInTheOrderOfAddingAndOnceForEachTime) {
     EXPECT_EQ(&config, other.events[0].first);
 }
 
+TEST_F(Configuration, TakesAListenerThatAnotherOneAddsWhileItIsTold) {
+    RecordingListener added;
+    listener.also = [&] {
+        for (int i = 0; i < 20; ++i) { // so that the list has to move
+            config.addListener(&added);
+        }
+        listener.also = nullptr;
+    };
+
+    config.notify(42);
+    EXPECT_TRUE(added.events.empty()) << "it hears of the next event";
+    config.notify(43);
+
+    EXPECT_EQ(2U, listener.events.size());
+    EXPECT_EQ(20U, added.events.size());
+}
+
 } // namespace

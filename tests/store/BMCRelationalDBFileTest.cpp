@@ -263,6 +263,39 @@ TEST_F(FileStoreOpening, RemovesANewFileThatCannotGetItsName) {
     fs::remove(setupPath);
 }
 
+TEST_F(FileStoreOpening, RemovesWhatAnotherMakerLeftThatNobodyMayOpen) {
+    make(newSetupPath, std::string(setupSize + 7, 'x'));
+    ASSERT_EQ(0, chmod(newSetupPath.c_str(), 0));
+    struct stat left {};
+    ASSERT_EQ(0, stat(newSetupPath.c_str(), &left));
+    const int stillOpen = open(newSetupPath.c_str(), O_RDONLY); // so that its inode is not used again
+    const mode_t previous = umask(0022);
+
+    store.initialize("SETUP");
+
+    umask(previous);
+    struct stat made {};
+    ASSERT_EQ(0, stat(setupPath, &made));
+    EXPECT_NE(left.st_ino, made.st_ino) << "not the file of that maker";
+    EXPECT_EQ(mode_t{0750}, made.st_mode & 07777);
+    EXPECT_EQ(off_t{setupSize}, made.st_size);
+    EXPECT_FALSE(fs::exists(newSetupPath));
+    close(stillOpen);
+}
+
+TEST_F(FileStoreOpening, RemovesALinkThatStandsWhereTheFileIsFilled) {
+    const std::string target = "/conf/qz/db/target";
+    make(target, "kept");
+    fs::create_symlink(target, newSetupPath);
+
+    store.initialize("SETUP");
+
+    EXPECT_EQ("kept", bytesOf(target));
+    EXPECT_FALSE(fs::is_symlink(setupPath));
+    EXPECT_EQ(setupSize, fs::file_size(setupPath));
+    fs::remove(target);
+}
+
 TEST_F(FileStoreOpening, MakesTheFileThatALinkLeadsTo) {
     const std::string target = "/conf/qz/db/target";
     fs::create_symlink(target, setupPath);

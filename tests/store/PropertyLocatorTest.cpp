@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <stdexcept>
 
 using qz::tavrel::PropertyAccessor;
 using qz::tavrel::PropertyLocator;
@@ -276,6 +277,26 @@ TEST_F(Locator, UnlocksAStoreWhoseUnlockRaises) {
     EXPECT_EQ(4U, locator.writeProperty(component, 301, 0, "1234", 4));
 
     EXPECT_EQ(1, raising->unlockCalls);
+}
+
+TEST_F(Locator, UnlocksAStoreThatRaisesWhateverIsDoneWithIt) {
+    class Raising : public MemoryDatabase {
+        [[noreturn]] static void fail() { throw std::runtime_error("no disk"); }
+        unsigned int read(int, int, long, void*, unsigned int) override { fail(); }
+        unsigned int write(int, int, long, const void*, unsigned int) override { fail(); }
+        void clear(int, int) override { fail(); }
+    };
+    auto* raising = new Raising;
+    PropertyLocator other;
+    other.addProperty(manager->addResource("raising", raising), moving, 4);
+
+    EXPECT_THROW(other.readProperty(component, moving, 0, buffer, 4), std::runtime_error);
+    EXPECT_THROW(other.writeProperty(component, moving, 0, "1234", 4), std::runtime_error);
+    EXPECT_THROW(other.readData(component, moving, buffer, 4), std::runtime_error);
+    EXPECT_THROW(other.clearProperties(component), std::runtime_error);
+
+    EXPECT_EQ(4, raising->lockCalls);
+    EXPECT_EQ(4, raising->unlockCalls);
 }
 
 TEST_F(Locator, RefusesAnUnknownKey) {
