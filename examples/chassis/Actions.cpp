@@ -7,9 +7,10 @@
 #include <qz/tavrel/TreePath.h>
 
 #include <algorithm>
-#include <cstdlib>
+#include <charconv>
 #include <cstring>
 #include <stdexcept>
+#include <system_error>
 
 using qz::tavrel::Component;
 using qz::tavrel::NameResolver;
@@ -17,13 +18,60 @@ using qz::tavrel::TreePath;
 
 namespace chassis {
 
-int SetProperty::setAttribute(NameResolver* resolver, const std::vector<std::string>& attributes) {
-    if (attributes.size() < 2) {
-        throw std::runtime_error("SetProperty needs a property and a number");
+namespace {
+
+[[noreturn]] void refuse(const std::string& action, const std::string& reason) {
+    throw std::runtime_error(action + ": " + reason);
+}
+
+// What a row of the specification says is checked here: a wrong row is then refused at the start, with its
+// reason, and not when the action runs. Each throws std::runtime_error.
+
+/// A cell of a row.
+const std::string& cellOf(const std::vector<std::string>& attributes, std::size_t index,
+                          const std::string& action, const std::string& wanted) {
+    if (index >= attributes.size() || attributes[index].empty()) {
+        refuse(action, wanted + " is missing");
     }
-    name = attributes[0];
-    key = resolver->getPropertyKey(name);
-    value = static_cast<int>(std::strtol(attributes[1].c_str(), nullptr, 10));
+    return attributes[index];
+}
+
+/// The key of a property.
+int propertyOf(NameResolver* resolver, const std::string& name, const std::string& action) {
+    const int key = resolver->getPropertyKey(name);
+    if (key == -1) {
+        refuse(action, "unknown property '" + name + "'");
+    }
+    return key;
+}
+
+/// The number of a type. `getComponentType` would give an unknown name a number; this only looks it up.
+int typeOf(NameResolver* resolver, const std::string& name, const std::string& action) {
+    constexpr int types = 0; // dictionary of the types
+    const int type = resolver->getValue(types, name);
+    if (type == -1) {
+        refuse(action, "unknown type '" + name + "'");
+    }
+    return type;
+}
+
+/// The number that a whole text is.
+int numberOf(const std::string& text, const std::string& action) {
+    int number = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || stop != end) {
+        refuse(action, "'" + text + "' is no number");
+    }
+    return number;
+}
+
+} // namespace
+
+int SetProperty::setAttribute(NameResolver* resolver, const std::vector<std::string>& attributes) {
+    name = cellOf(attributes, 0, "SetProperty", "the property");
+    key = propertyOf(resolver, name, "SetProperty");
+    value = numberOf(cellOf(attributes, 1, "SetProperty", "the number"), "SetProperty");
     return 2;
 }
 
@@ -34,11 +82,9 @@ void SetProperty::execute(Component* target, int, const void*, unsigned int, voi
 }
 
 int LinkShared::setAttribute(NameResolver* resolver, const std::vector<std::string>& attributes) {
-    if (attributes.size() < 2) {
-        throw std::runtime_error("LinkShared needs the type of the holders and the type to share");
-    }
-    holderType = resolver->getComponentType(attributes[0]);
-    sharedType = resolver->getComponentType(attributes[1]);
+    holderType =
+        typeOf(resolver, cellOf(attributes, 0, "LinkShared", "the type of the holders"), "LinkShared");
+    sharedType = typeOf(resolver, cellOf(attributes, 1, "LinkShared", "the type to share"), "LinkShared");
     return 2;
 }
 
@@ -60,7 +106,7 @@ void LinkShared::execute(Component* target, int, const void*, unsigned int, void
 
 // A row without attributes never comes here, so whatever an action needs has to stand in its row.
 int Identify::setAttribute(NameResolver* resolver, const std::vector<std::string>& attributes) {
-    serialNumberKey = resolver->getPropertyKey(attributes[0]);
+    serialNumberKey = propertyOf(resolver, cellOf(attributes, 0, "Identify", "the property"), "Identify");
     return 1;
 }
 

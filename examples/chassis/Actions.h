@@ -12,6 +12,7 @@ namespace chassis {
 /// Writes a number into a 4-byte property of the component. Row: `SetProperty,PROPERTY,NUMBER`.
 class SetProperty : public qz::tavrel::Action {
 public:
+    /// @throws std::runtime_error  a cell is missing, or is no name or number that can stand there
     int setAttribute(qz::tavrel::NameResolver* resolver, const std::vector<std::string>& attributes) override;
 
     /// @throws std::runtime_error  the component has no such property, or its store has refused the value
@@ -29,6 +30,7 @@ private:
 /// type. Once linked they stay so; running it again changes nothing. Row: `LinkShared,HOLDER,SHARED`.
 class LinkShared : public qz::tavrel::Action {
 public:
+    /// @throws std::runtime_error  a cell is missing, or is no name or number that can stand there
     int setAttribute(qz::tavrel::NameResolver* resolver, const std::vector<std::string>& attributes) override;
 
     /// Holds the target's write lock.
@@ -45,6 +47,7 @@ private:
 /// byte, cut to `outSize`. Row: `Identify,PROPERTY`, the property that holds the serial number.
 class Identify : public qz::tavrel::Action {
 public:
+    /// @throws std::runtime_error  a cell is missing, or is no name or number that can stand there
     int setAttribute(qz::tavrel::NameResolver* resolver, const std::vector<std::string>& attributes) override;
     void execute(qz::tavrel::Component* target, int actionId, const void* in, unsigned int inSize, void* out,
                  unsigned int outSize) override;
