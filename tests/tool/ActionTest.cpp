@@ -62,7 +62,7 @@ TEST(ToolAction, NamesTheNearestActionOfTheComponent) {
               "tavrel: /Chassis#0 has no such action: unknown action 'PowerOf'; the nearest known name is "
               "'PowerOff'\n");
     EXPECT_EQ(tool({"do", "/Chassis#0/FanTray#0", "PowerOn"}).err,
-              "tavrel: /Chassis#0/FanTray#0 has no such action: unknown action 'PowerOn'\n");
+              "tavrel: /Chassis#0/FanTray#0: FanTray has no PowerOn\n");
 }
 
 TEST(ToolAction, TellsWhyAnActionFailed) {
@@ -73,6 +73,33 @@ TEST(ToolAction, TellsWhyAnActionFailed) {
 
     EXPECT_EQ(result.code, 1);
     EXPECT_EQ(result.err, "tavrel: PowerOn of /Chassis#0: SetProperty: BootMode was not stored\n");
+}
+
+TEST(ToolAction, RefusesARowThatItsClassCannotUse) {
+    const struct {
+        const char* before;
+        const char* after;
+        const char* reason;
+    } rows[] = {
+        {"SetProperty,PowerState,1", "SetProperty,PowrState,1", "SetProperty: unknown property 'PowrState'"},
+        {"SetProperty,PowerState,1", "SetProperty,PowerState", "SetProperty: the number is missing"},
+        {"SetProperty,PowerState,1", "SetProperty,,1", "SetProperty: the property is missing"},
+        {"SetProperty,PowerState,1", "SetProperty,PowerState,on", "SetProperty: 'on' is no number"},
+        {"LinkShared,SystemBoard,FanTray", "LinkShared,SystemBord,FanTray",
+         "LinkShared: unknown type 'SystemBord'"},
+        {"LinkShared,SystemBoard,FanTray", "LinkShared,SystemBoard",
+         "LinkShared: the type to share is missing"},
+        {"Identify,SerialNumber", "Identify,SerialNumbr", "Identify: unknown property 'SerialNumbr'"},
+        {"Identify,SerialNumber", "Identify,", "Identify: the property is missing"}};
+    for (const auto& row : rows) {
+        const Sample sample;
+        sample.edit("chassis-actions.csv", row.before, row.after);
+
+        const Result result = tool({"start"});
+
+        EXPECT_EQ(result.code, 1) << row.after;
+        EXPECT_EQ(result.err, std::string("tavrel: the tree cannot be started: ") + row.reason + '\n');
+    }
 }
 
 TEST(ToolAction, WorksWithoutTheMachinesClassesButForTheirActions) {

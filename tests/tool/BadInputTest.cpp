@@ -128,12 +128,18 @@ TEST(ToolBadInput, IsAFileThatCannotBeRead) {
 
 TEST(ToolBadInput, IsASpecificationThatCannotBeRead) {
     const Sample sample;
-    for (const char* file : {"chassis.csv", "chassis-actions.csv", "chassis-stores.properties"}) {
+    for (const std::string file : {"chassis.csv", "chassis-actions.csv", "chassis-stores.properties"}) {
         std::filesystem::rename(sample.path(file), sample.path("away"));
 
         const Result result = tool({"start"});
 
         EXPECT_EQ(result.code, 1);
+        EXPECT_EQ(result.err.rfind("tavrel: " + sample.path("chassis.properties") + ":" +
+                                       std::to_string(sample.lineOf("chassis.properties", "= " + file)) +
+                                       ": the ",
+                                   0),
+                  0U)
+            << result.err;
         EXPECT_NE(result.err.find("'" + sample.path(file) + "' cannot be read\n"), std::string::npos)
             << result.err;
         std::filesystem::rename(sample.path("away"), sample.path(file));
@@ -172,18 +178,24 @@ TEST(ToolBadInput, IsAnUnknownClassOfStoresOrLocks) {
     const struct {
         const char* before;
         const char* after;
-    } slips[] = {{"tavrel.res.type = BMCRelationalDB", "tavrel.res.type = BMCRelationalDb"},
-                 {"tavrel.res.name = tavrel.db", "tavrel.lock.provider = TreePathLock"}};
-    for (const auto& [before, after] : slips) {
+        int line;
+        const char* reason;
+    } slips[] = {
+        {"tavrel.res.type = BMCRelationalDB", "tavrel.res.type = Bmc", 17,
+         "tavrel.res.type: unknown class 'Bmc'; the nearest known name is 'BMCRelationalDB'"},
+        {"tavrel.res.type = BMCRelationalDB", "tavrel.res.type = NameResolver", 17,
+         "tavrel.res.type: unknown class 'NameResolver'; the nearest known name is 'VolatileDB'"},
+        {"tavrel.res.name = tavrel.db", "tavrel.lock.provider = Foo", 18,
+         "tavrel.lock.provider: unknown class 'Foo'; the nearest known name is 'TreePathLockProvider'"}};
+    for (const auto& slip : slips) {
         const Sample sample;
-        sample.edit("chassis.properties", before, after);
+        sample.edit("chassis.properties", slip.before, slip.after);
 
         const Result result = tool({"start"});
 
-        EXPECT_EQ(result.code, 1) << after;
-        EXPECT_EQ(result.err.rfind("tavrel: the tree cannot be started: FAULT at Factory(", 0), 0U)
-            << result.err;
-        EXPECT_NE(result.err.find("createInstance() invalid args"), std::string::npos);
+        EXPECT_EQ(result.code, 1) << slip.after;
+        EXPECT_EQ(result.err, "tavrel: " + sample.path("chassis.properties") + ":" +
+                                  std::to_string(slip.line) + ": " + slip.reason + "\n");
     }
 }
 

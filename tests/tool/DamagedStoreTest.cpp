@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -66,6 +67,12 @@ void relink(unsigned int id) {
     };
     const std::size_t end = record + 48 + (byte(0) | byte(1) << 8);
     overwrite(database, end - 4, bigEndian(id));
+}
+
+void makeReadOnly(const std::string& folder) {
+    const std::string mount =
+        "mount --bind " + folder + ' ' + folder + " && mount -o remount,bind,ro " + folder;
+    ASSERT_EQ(std::system(mount.c_str()), 0);
 }
 
 void expectRefusal(const std::string& path, const std::string& reason) {
@@ -259,6 +266,22 @@ TEST_F(ToolDamagedStore, WithALinkBeyondTheLimitIsNotWalked) {
     EXPECT_EQ(result.err, "tavrel: component 49 links to component 256: the tree in '" + database +
                               "' is damaged, or "
                               "tavrel.compo.max = 256 was lowered\n");
+}
+
+TEST_F(ToolDamagedStore, OnADiskThatCannotBeWrittenIsRefused) {
+    makeReadOnly("/var/nvrdisk/current/db");
+
+    expectRefusal(database, "cannot be written: Read-only file system");
+}
+
+TEST_F(ToolDamagedStore, CannotBeMadeOnADiskThatCannotBeWritten) {
+    std::filesystem::remove(database);
+    makeReadOnly("/var/nvrdisk/current/db");
+
+    const Result result = tool({"start"});
+
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.err, "tavrel: the database '" + database + "' cannot be made: Read-only file system\n");
 }
 
 TEST_F(ToolDamagedStore, IsNoneWhileOthersWriteIt) {

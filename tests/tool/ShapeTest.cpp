@@ -8,6 +8,17 @@ namespace {
 
 const std::string slot = "/Chassis#0/SystemBoard#1/Slot#2";
 
+/// Waits until a process has asked for the write lock of a component.
+void awaitLockAsked(pid_t process) {
+    const std::string record = std::to_string(process) + " debug  Component: writeLock asked";
+    for (int tries = 0; tries < 3000; ++tries) {
+        if (run({TAVREL_TOOL, "trace"}).out.find(record) != std::string::npos) {
+            return;
+        }
+    }
+    ADD_FAILURE() << "process " << process << " asks for no lock";
+}
+
 } // namespace
 
 TEST(ToolShape, AddsAComponentAndRemovesIt) {
@@ -103,4 +114,22 @@ TEST(ToolShape, TakesNoFeatureForAType) {
 
     EXPECT_EQ(tool({"add", slot, "Hotplug"}).code, 1);
     EXPECT_EQ(tool({"add", slot, "NullComponent"}).code, 1);
+}
+
+TEST(ToolShape, SaysThatAComponentWasRemovedMeanwhile) {
+    const StartedSample sample;
+    ASSERT_EQ(tool({"add", slot, "Card"}).code, 0);
+    Running holder({CHASSIS_CLIENT, "chassis.properties", "chassis.names", "hold", slot});
+    holder.hear("holds");
+    const Words remove = toolWords({"remove", slot + "/Card#0"});
+    Running one(remove, {"QZ_TRACE_LEVEL=debug"});
+    Running other(remove, {"QZ_TRACE_LEVEL=debug"});
+    awaitLockAsked(one.pid());
+    awaitLockAsked(other.pid());
+
+    holder.wait();
+    const Result results[] = {one.wait(), other.wait()};
+
+    EXPECT_EQ(results[0].code + results[1].code, 1) << "one of them is too late";
+    EXPECT_EQ(results[0].err + results[1].err, "tavrel: '" + slot + "/Card#0' was removed meanwhile\n");
 }

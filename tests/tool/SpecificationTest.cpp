@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 
 using namespace tavrel::test;
 
@@ -62,6 +63,11 @@ INSTANTIATE_TEST_SUITE_P(
              "property,FRU,PartNumber", "a property needs a store, a name and a size"},
         Slip{"chassis.csv", "BootMode,4", "BootMode,four", "four",
              "the size of 'BootMode' is 'four': it must be a number above 0"},
+        Slip{"chassis.csv", ",SETUP,BootMode,4", ",SETUP,BootMode,32768", "BootMode,32768",
+             "the size of 'BootMode' is 32768: at most 32704 bytes can be stored in 'SETUP'"},
+        Slip{"chassis.csv", ",tavrel.db,BootCount,4", ",tavrel.db,BootCount,2000000000",
+             "BootCount,2000000000",
+             "the size of 'BootCount' is 2000000000: at most 1048576 bytes can be stored in 'tavrel.db'"},
         Slip{"chassis.csv", ",SETUP,BootMode", ",,BootMode", ",,BootMode",
              "the property 'BootMode' names no store"},
         Slip{"chassis.csv", "SystemBoard,2", "SystemBoard,two", "two",
@@ -92,6 +98,12 @@ INSTANTIATE_TEST_SUITE_P(
              "'Identify:' is no section: it must be a type, '::' and an action, or '::' and an action"},
         Slip{"chassis-actions.csv", "action,Identify", "action,,Identify", "action,,",
              "the row names no class"},
+        Slip{"chassis-actions.csv", "SetProperty,PowerState,0", "SetPropety,PowerState,0", "SetPropety",
+             "unknown action class 'SetPropety'; the nearest known name is 'SetProperty' in the library of "
+             "--classes"},
+        Slip{"chassis-actions.csv", "SetProperty,PowerState,0", "Initializer,PowerState,0", "Initializer",
+             "unknown action class 'Initializer'; the nearest known name is 'LinkShared' in the library of "
+             "--classes"},
         Slip{"chassis-stores.properties", "SystemBoard#1", "SystemBord#1", "SystemBord",
              "unknown type 'SystemBord'; the nearest known name is 'SystemBoard'"},
         Slip{"chassis-stores.properties", "#1.SETUP", "#1", "#1",
@@ -124,11 +136,73 @@ TEST(ToolSpecification, MayComeFromASpreadsheet) {
     EXPECT_NE(result.out.find("\n  54 components\n"), std::string::npos) << result.out;
 }
 
-TEST(ToolSpecification, MayIncludeItself) {
+TEST(ToolSpecification, MayIncludeItselfWithANote) {
     const Sample sample;
     sample.edit("parts.csv", "\nFanTray\n", "\ninclude,parts.csv\n\nFanTray\n");
 
-    EXPECT_EQ(tool({"start"}).code, 0);
+    const Result result = tool({"start"});
+
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(
+        result.err,
+        "tavrel: note: parts.csv:3: the include 'parts.csv' leads in a circle: the file is read once\n");
+}
+
+TEST(ToolSpecification, IsNotedWhereATypeHasNoSection) {
+    const Sample sample;
+    sample.edit("chassis.csv", "\nCard\n", "\nReserve\n");
+    sample.edit("chassis.names", "0\n15\n", "0\n16\nReserve\n50\n");
+    sample.edit("chassis.csv", "component,Card,0", "component,Card,1");
+
+    const Result result = tool({"start"});
+
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.err, "tavrel: note: " + sample.path("chassis.csv") + ":" +
+                              std::to_string(sample.lineOf("chassis.csv", "Card,1")) +
+                              ": the type 'Card' has no section: it has neither properties nor actions\n");
+}
+
+TEST(ToolSpecification, IsNotedWhereAStoreIsInDoubt) {
+    const Sample sample;
+    sample.edit("chassis.csv", ",SETUP,PowerPolicy", ",SETPU,PowerPolicy");
+    sample.edit("chassis-stores.properties", "#1.SETUP = FRU", "#1.SETUPS = FRUU");
+    const std::string redirection = sample.path("chassis-stores.properties") + ":" +
+                                    std::to_string(sample.lineOf("chassis-stores.properties", "SETUPS")) +
+                                    ": ";
+
+    const Result result = tool({"start"});
+
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(
+        result.err,
+        "tavrel: note: " + sample.path("chassis.csv") + ":" +
+            std::to_string(sample.lineOf("chassis.csv", "SETPU")) +
+            ": unknown store 'SETPU'; the nearest known name is 'SETUP': its values share the file of "
+            "'tavrel.db'\ntavrel: note: " +
+            redirection +
+            "unknown store 'SETUPS'; the nearest known name is 'SETUP': no property is in it, so that the "
+            "line has no effect\ntavrel: note: " +
+            redirection +
+            "unknown store 'FRUU'; the nearest known name is 'FRU': its values share the file of "
+            "'tavrel.db'\n");
+}
+
+// The time is in the finding of nearest names: it is made for the problem that is shown, and only there.
+TEST(ToolSpecification, IsRefusedAtOnceHoweverMuchIsWrong) {
+    const Sample sample;
+    std::string rows = "Chassis\n";
+    for (int i = 0; i < 200000; ++i) {
+        rows += "aLongNameOfASubsectionThatIsNone\n";
+    }
+    std::ofstream("chassis.csv") << rows;
+
+    const Result result = tool({"start"});
+
+    EXPECT_EQ(result.code, 1);
+    EXPECT_NE(result.err.find("chassis.csv:2: unknown subsection 'aLongNameOfASubsectionThatIsNone'"),
+              std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find("(and 199999 more problems)\n"), std::string::npos) << result.err;
 }
 
 TEST(ToolSpecification, IsRefusedWhenATypeContainsItself) {

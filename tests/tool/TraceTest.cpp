@@ -67,6 +67,16 @@ TEST(ToolTrace, PrintsTextRecordsAsText) {
     EXPECT_NE(trace.find(" debug2 Factory: unknown class name: SetProperty\n"), std::string::npos);
 }
 
+TEST(ToolTrace, PrintsAddressesInHex) {
+    const Sample sample;
+    ASSERT_EQ(tool({"start"}).code, 0);
+
+    const std::string trace = run({TAVREL_TOOL, "trace"}).out;
+
+    EXPECT_TRUE(std::regex_search(trace, std::regex(R"(SharedMemory: allocated: .*address 0x[0-9A-F]{8}\n)")))
+        << trace;
+}
+
 TEST(ToolTrace, ReadsACopyOfTheRing) {
     const Sample sample;
     ASSERT_EQ(tool({"start"}).code, 0);

@@ -28,7 +28,55 @@ TEST(Tool, AnswersWrongUsageWithTwo) {
 
         EXPECT_EQ(result.code, 2) << (words.empty() ? "nothing" : words[0]);
         EXPECT_EQ(result.out, "");
-        EXPECT_NE(result.err, "");
+        EXPECT_EQ(result.err.rfind("tavrel: ", 0), 0U) << result.err;
+        EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << "one line: " << result.err;
+    }
+}
+
+TEST(Tool, NamesTheNearestCommand) {
+    const Sample sample;
+
+    for (const Words& words : std::vector<Words>{{"geT", "/Chassis#0", "PowerState"},
+                                                 {"-n", "chassis.names", "geT"},
+                                                 {"geT", "-n", "chassis.names"}}) {
+        const Result result = tool(words);
+
+        EXPECT_EQ(result.code, 2);
+        EXPECT_EQ(result.err,
+                  "tavrel: unknown command 'geT'; the nearest known name is 'get'; see tavrel --help\n");
+    }
+}
+
+TEST(Tool, ShowsWhatWasTypedOnALineOfATerminal) {
+    const StartedSample sample;
+    const std::string bell = "a\a\n\x1B[31m";
+    const std::string flood(5000, 'x');
+
+    for (const Words& words : std::vector<Words>{{"get", "/Chassis#0", "NAME"},
+                                                 {"get", "/NAME#0", "PowerState"},
+                                                 {"get", "NAME", "PowerState"},
+                                                 {"set", "/Chassis#0", "PowerState", "NAME"},
+                                                 {"set", "/Chassis#0", "PowerState", "0xNAME"},
+                                                 {"do", "/Chassis#0", "NAME"},
+                                                 {"do", "/Chassis#0", "PowerOn", "--in", "NAME"},
+                                                 {"add", "/Chassis#0", "NAME"},
+                                                 {"NAME"},
+                                                 {"tree", "/", "NAME"}}) {
+        for (const std::string& name : {bell, flood}) {
+            Words typed;
+            for (std::string word : words) {
+                const std::size_t place = word.find("NAME");
+                typed.push_back(place == std::string::npos ? word : word.replace(place, 4, name));
+            }
+
+            const Result result = tool(typed);
+
+            EXPECT_NE(result.code, 0);
+            EXPECT_EQ(result.err.rfind("tavrel: ", 0), 0U) << result.err;
+            EXPECT_LT(result.err.size(), 400U) << result.err;
+            EXPECT_EQ(result.err.find_first_of("\a\x1B"), std::string::npos);
+            EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << "one line: " << result.err;
+        }
     }
 }
 

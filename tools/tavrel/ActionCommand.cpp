@@ -8,6 +8,7 @@
 #include <qz/tavrel/Component.h>
 #include <qz/tavrel/ComponentAccessor.h>
 #include <qz/tavrel/NameResolver.h>
+#include <qz/tavrel/QZException.h>
 
 #include <algorithm>
 #include <iostream>
@@ -30,6 +31,10 @@ int actionOf(ComponentAccessor& component, const std::string& name) {
             return id;
         }
     }
+    if (Session::names().getValue(Actions, name) != -1) {
+        throw Refusal(component.getPath() + ": " + Session::names().getComponentName(component.getType()) +
+                      " has no " + name);
+    }
     throw Refusal(component.getPath() + " has no such action: " + unknownName("action", name, known));
 }
 
@@ -44,6 +49,8 @@ void doCommand(const std::string& path, const std::string& action, const std::st
     try {
         component.doAction(id, in.empty() ? nullptr : in.data(), static_cast<unsigned int>(in.size()),
                            out.empty() ? nullptr : out.data(), outSize);
+    } catch (const UnavailableComponentException&) {
+        throw;
     } catch (const std::exception& reason) {
         throw Refusal(action + " of " + component.getPath() + ": " + reason.what());
     }

@@ -3,6 +3,7 @@
 #include "Names.h"
 #include "Paths.h"
 #include "Refusal.h"
+#include "Text.h"
 
 #include <algorithm>
 #include <charconv>
@@ -51,7 +52,7 @@ public:
         const std::string found = word(wanted);
         int value = 0;
         if (!parseNumber(found, value)) {
-            fail("'" + found + "' stands where " + wanted + " is expected");
+            fail("'" + shown(found) + "' stands where " + wanted + " is expected");
         }
         return value;
     }
@@ -69,16 +70,16 @@ private:
 
 void checkEntry(const Words& words, int dictionary, const std::string& name, int value) {
     if (dictionary == Types && name.find_first_of("/#") != std::string::npos) {
-        words.fail("the name '" + name + "' cannot stand in a path: it holds '/' or '#'");
+        words.fail("the name '" + shown(name) + "' cannot stand in a path: it holds '/' or '#'");
     }
     if (dictionary == Types && value < 1 && name != "NullComponent") {
-        words.fail("the type '" + name + "' needs a number above 0");
+        words.fail("the type '" + shown(name) + "' needs a number above 0");
     }
     if (dictionary == Properties && value < 1) {
-        words.fail("the property '" + name + "' needs a number above 0");
+        words.fail("the property '" + shown(name) + "' needs a number above 0");
     }
     if (value < 0) {
-        words.fail("'" + name + "' has a negative number");
+        words.fail("'" + shown(name) + "' has a negative number");
     }
 }
 
@@ -99,15 +100,16 @@ std::string trimmed(const std::string& text) {
 void checkValue(const std::string& file, int line, const std::string& key, const std::string& value) {
     int number = 0;
     if (key == "tavrel.compo.max" && !value.empty() && (!parseNumber(value, number) || number < 1)) {
-        throw Refusal(at(file, line, "tavrel.compo.max is '" + value + "': it must be a number above 0"));
+        throw Refusal(
+            at(file, line, "tavrel.compo.max is '" + shown(value) + "': it must be a number above 0"));
     }
     if (key == "tavrel.compo.ver" && value.size() > 15) {
-        throw Refusal(
-            at(file, line, "the version '" + value + "' is too long: at most 15 characters are stored"));
+        throw Refusal(at(file, line,
+                         "the version '" + shown(value) + "' is too long: at most 15 characters are stored"));
     }
     const bool onOff = key == "tavrel.compo.shared" || key == "tavrel.initializer";
     if (onOff && !value.empty() && value != "enable" && value != "disable") {
-        throw Refusal(at(file, line, key + " is '" + value + "': it must be 'enable' or 'disable'"));
+        throw Refusal(at(file, line, key + " is '" + shown(value) + "': it must be 'enable' or 'disable'"));
     }
 }
 
@@ -127,7 +129,7 @@ void forEachProperty(const std::string& path, const std::string& what,
         }
         const std::size_t sign = content.find('=');
         if (sign == std::string::npos || sign == 0) {
-            throw Refusal(at(path, line, "'" + content + "' has no key with a '=' behind it"));
+            throw Refusal(at(path, line, "'" + shown(content) + "' has no key with a '=' behind it"));
         }
         use(line, trimmed(content.substr(0, sign)), trimmed(content.substr(sign + 1)));
     }
@@ -160,54 +162,62 @@ void checkNames(const std::string& path) {
         const int count = words.number("the count of names of dictionary " + std::to_string(dictionary));
         for (int entry = 0; entry < count; ++entry) {
             const std::string name = words.word("a name of dictionary " + std::to_string(dictionary));
-            const int value = words.number("the number of '" + name + "'");
+            const int value = words.number("the number of '" + shown(name) + "'");
             checkEntry(words, dictionary, name, value);
             const auto [earlier, fresh] = values[dictionary].emplace(name, value);
             if (!fresh) {
-                words.fail("'" + name + "' stands twice, with " + std::to_string(earlier->second) + " and " +
-                           std::to_string(value));
+                words.fail("'" + shown(name) + "' stands twice, with " + std::to_string(earlier->second) +
+                           " and " + std::to_string(value));
             }
             // What a client keeps in further dictionaries is its own affair.
             const auto [owner, unused] = owners[dictionary].emplace(value, name);
             if (!unused && dictionary <= Properties) {
-                words.fail("'" + name + "' has the number " + std::to_string(value) + ", which is that of '" +
-                           owner->second + "'");
+                words.fail("'" + shown(name) + "' has the number " + std::to_string(value) +
+                           ", which is that of '" + shown(owner->second) + "'");
             }
         }
     }
     std::string word;
     if (words.next(word)) {
-        words.fail("'" + word + "' stands behind the last name: one of the counts is too small");
+        words.fail("'" + shown(word) + "' stands behind the last name: one of the counts is too small");
     }
 }
 
-qz::util::config::CppProperties checkConfiguration(const std::string& path, std::vector<std::string>& notes) {
+std::string Configuration::at(const std::string& key, const std::string& text) const {
+    const auto line = lines.find(key);
+    return line == lines.end() ? path + ": " + text : tool::at(path, line->second, text);
+}
+
+Configuration checkConfiguration(const std::string& path, std::vector<std::string>& notes) {
+    Configuration configuration;
+    configuration.path = path;
     forEachProperty(
         path, "the properties file", [&](int line, const std::string& key, const std::string& value) {
             checkValue(path, line, key, value);
+            configuration.lines[key] = line;
             if (std::find(knownKeys.begin(), knownKeys.end(), key) == knownKeys.end()) {
                 notes.push_back(
                     at(path, line, unknownName("key", key, knownKeys) + ": the line has no effect"));
             }
         });
 
-    qz::util::config::CppProperties properties(false);
-    properties.load(path);
-    return properties;
+    configuration.properties.load(path);
+    return configuration;
 }
 
-void checkRedirections(const std::string& path, qz::tavrel::NameResolver& names) {
+void checkRedirections(const std::string& path, const std::string& what, qz::tavrel::NameResolver& names,
+                       const Stores& stores, const std::set<std::string>& used,
+                       std::vector<std::string>& notes) {
     std::vector<std::string> types;
     for (const auto& [name, value] : namesOf(names, Types)) {
         types.push_back(name);
     }
-    const char* what = "the resource specification";
     forEachProperty(path, what, [&](int line, const std::string& key, const std::string& value) {
         const std::size_t dot = key.rfind('.');
         if (dot == std::string::npos || dot + 1 == key.size() || value.empty()) {
             throw Refusal(
                 at(path, line,
-                   "'" + key + "' is no redirection: it must be a path, '.', a store, '=', a store"));
+                   "'" + shown(key) + "' is no redirection: it must be a path, '.', a store, '=', a store"));
         }
         try {
             for (const Step& step : parseSteps(key.substr(0, dot))) {
@@ -215,6 +225,17 @@ void checkRedirections(const std::string& path, qz::tavrel::NameResolver& names)
             }
         } catch (const std::runtime_error& reason) {
             throw Refusal(at(path, line, reason.what()));
+        }
+        const std::string from = key.substr(dot + 1);
+        if (used.count(from) == 0) {
+            const std::vector<std::string> known(used.begin(), used.end());
+            notes.push_back(at(path, line,
+                               unknownName("store", from, known) +
+                                   ": no property is in it, so that the line has no effect"));
+        }
+        const std::string doubt = stores.doubtAbout(value);
+        if (!doubt.empty()) {
+            notes.push_back(at(path, line, doubt));
         }
     });
 }

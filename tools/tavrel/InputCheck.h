@@ -1,7 +1,11 @@
 #pragma once
 
+#include "Stores.h"
+
 #include <qz/util/config/CppProperties.h>
 
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,23 +31,36 @@ bool isReadableFile(const std::string& path);
 /// @throws Refusal  with file and line
 void checkNames(const std::string& path);
 
+/// A properties file of a `Builder`.
+struct Configuration {
+    std::string path;
+    qz::util::config::CppProperties properties{false};
+    std::map<std::string, int> lines; ///< where each key stands; of several the last, which counts
+
+    /// "PATH:LINE: TEXT", with the line of a key.
+    std::string at(const std::string& key, const std::string& text) const;
+};
+
 /// Checks a properties file of a `Builder` and reads it.
 /// @param notes  receives a line for each key that has no effect
 /// @throws Refusal  with file and line
-qz::util::config::CppProperties checkConfiguration(const std::string& path, std::vector<std::string>& notes);
+Configuration checkConfiguration(const std::string& path, std::vector<std::string>& notes);
 
-/// Checks a resource specification: the shape of each line, and the types of its path.
+/// Checks a resource specification: the shape of each line, the types of its path, and its stores.
+/// @param what    what the file is and who names it, for the reason
+/// @param used    stores of the properties; a line for any other one has no effect
+/// @param notes   receives a line for each name of a store that is in doubt
 /// @throws Refusal  with file and line
-void checkRedirections(const std::string& path, qz::tavrel::NameResolver& names);
+void checkRedirections(const std::string& path, const std::string& what, qz::tavrel::NameResolver& names,
+                       const Stores& stores, const std::set<std::string>& used,
+                       std::vector<std::string>& notes);
 
 /// Checks the files of the built-in database before anyone opens them: a damaged record hides what stands
 /// behind it, and a process that does not find its tree builds a new one. The files stay as they are. Locks:
 /// the lock of each file.
+/// @param used   names of the stores that are needed; where a file is missing it must be possible to make it
 /// @param notes  receives a line for each file that is there and holds nothing, as after an erase of its disk
 /// @throws Refusal  one of them is damaged or cannot be used
-void checkStores(std::vector<std::string>& notes);
-
-/// The file in which the built-in database keeps a store.
-std::string storePath(const std::string& store);
+void checkStores(const std::set<std::string>& used, std::vector<std::string>& notes);
 
 } // namespace tavrel::tool

@@ -1,6 +1,7 @@
 #include "Names.h"
 
 #include "Refusal.h"
+#include "Text.h"
 
 #include <qz/tavrel/NameResolver.h>
 
@@ -11,6 +12,12 @@
 namespace tavrel::tool {
 
 namespace {
+
+/// Nobody has mistyped a longer name, and to look for the nearest takes its length for each known one.
+constexpr std::size_t nameLimit = 100;
+
+/// What a change of one character counts.
+constexpr std::size_t oneChange = 2;
 
 char lower(char character) {
     return static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
@@ -34,6 +41,13 @@ std::size_t distance(const std::string& from, const std::string& to) {
         }
     }
     return row.back();
+}
+
+/// True for a name that somebody has begun and not ended, case aside.
+bool isStartOf(const std::string& name, const std::string& whole) {
+    return name.size() > 1 && name.size() < whole.size() &&
+           std::equal(name.begin(), name.end(), whole.begin(),
+                      [](char one, char other) { return lower(one) == lower(other); });
 }
 
 std::size_t commonStart(const std::string& one, const std::string& other) {
@@ -70,10 +84,13 @@ NamedValues namesOf(qz::tavrel::NameResolver& resolver, int dictionary) {
 }
 
 std::string nearestName(const std::string& name, const std::vector<std::string>& known) {
+    if (name.size() > nameLimit) {
+        return "";
+    }
     const auto nearest =
         std::min_element(known.begin(), known.end(), [&](const auto& left, const auto& right) {
-            const std::size_t toLeft = distance(name, left);
-            const std::size_t toRight = distance(name, right);
+            const std::size_t toLeft = isStartOf(name, left) ? oneChange : distance(name, left);
+            const std::size_t toRight = isStartOf(name, right) ? oneChange : distance(name, right);
             return toLeft != toRight ? toLeft < toRight : commonStart(name, left) > commonStart(name, right);
         });
     return nearest == known.end() ? std::string() : *nearest;
@@ -82,7 +99,7 @@ std::string nearestName(const std::string& name, const std::vector<std::string>&
 std::string unknownName(const std::string& kind, const std::string& name,
                         const std::vector<std::string>& known) {
     const std::string nearest = nearestName(name, known);
-    return "unknown " + kind + " '" + name + "'" +
+    return "unknown " + kind + " '" + shown(name) + "'" +
            (nearest.empty() ? std::string() : "; the nearest known name is '" + nearest + "'");
 }
 

@@ -19,7 +19,8 @@ using NamedValues = std::vector<std::pair<std::string, int>>;
 NamedValues namesOf(qz::tavrel::NameResolver& resolver, int dictionary);
 
 /// Of `known`, the name that takes the fewest changes of a character to reach from `name`, case counting half
-/// a change; of several the one with the longest start in common; empty if `known` is.
+/// a change and a missing end one; of several the one with the longest start in common; empty if `known` is,
+/// or if `name` has more than 100 bytes.
 std::string nearestName(const std::string& name, const std::vector<std::string>& known);
 
 /// "unknown KIND 'NAME'" and, if there is one, "; the nearest known name is 'OTHER'".

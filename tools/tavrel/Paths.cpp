@@ -3,6 +3,7 @@
 #include "Names.h"
 #include "Refusal.h"
 #include "Session.h"
+#include "Text.h"
 
 #include <qz/tavrel/Component.h>
 #include <qz/tavrel/NameResolver.h>
@@ -35,7 +36,7 @@ std::string childrenOf(NameResolver& names, Component* component) {
 }
 
 std::string notAPath(const std::string& text) {
-    return "'" + text + "' is no path: a path is '/', a type, '#' and a number, for each step";
+    return "'" + shown(text) + "' is no path: a path is '/', a type, '#' and a number, for each step";
 }
 
 } // namespace
@@ -52,8 +53,8 @@ std::vector<Step> parseSteps(const std::string& text) {
         }
         int number = 0;
         if (std::from_chars(step.data() + sign + 1, step.data() + step.size(), number).ec != std::errc()) {
-            throw Refusal("'" + text + "' is not in the tree: no component has the number " +
-                          step.substr(sign + 1));
+            throw Refusal("'" + shown(text) + "' is not in the tree: no component has the number " +
+                          shown(step.substr(sign + 1)));
         }
         steps.push_back({step.substr(1, sign - 1), number});
         begin = end;
@@ -86,9 +87,10 @@ Component* findComponent(NameResolver& names, const std::string& text) {
         return found.back();
     }
     if (found.empty()) {
-        throw Refusal("'" + text + "' is not in the tree: the root is " + pathOf(Component::getRoot()));
+        throw Refusal("'" + shown(text) + "' is not in the tree: the root is " +
+                      pathOf(Component::getRoot()));
     }
-    throw Refusal("'" + text + "' is not in the tree: " + pathOf(found.back()) + " has " +
+    throw Refusal("'" + shown(text) + "' is not in the tree: " + pathOf(found.back()) + " has " +
                   childrenOf(names, found.back()));
 }
 

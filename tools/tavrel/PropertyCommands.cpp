@@ -9,6 +9,7 @@
 
 #include <qz/tavrel/Component.h>
 #include <qz/tavrel/ComponentAccessor.h>
+#include <qz/tavrel/NameResolver.h>
 
 #include <algorithm>
 #include <iostream>
@@ -32,6 +33,10 @@ PropertyValue propertyOf(Component* component, const std::string& name) {
     known.reserve(properties.size());
     for (const PropertyValue& property : properties) {
         known.push_back(property.name);
+    }
+    if (Session::names().getValue(Properties, name) != -1) {
+        throw Refusal(pathOf(component) + ": " + Session::names().getComponentName(component->getType()) +
+                      " has no " + name);
     }
     throw Refusal(pathOf(component) + " has no such property: " + unknownName("property", name, known));
 }

@@ -77,15 +77,10 @@ std::string storedVersion(Builder& builder) {
     return version;
 }
 
-std::string treeStore(const StartInput& input) {
-    const std::string name = input.properties.getProperty("tavrel.res.name");
-    return name.empty() ? "tavrel.db" : name;
-}
-
 /// Where the tree is stored, for a reason.
 std::string treePlace(const StartInput& input) {
-    const bool isFile = input.storeType == "BMCRelationalDB";
-    return "'" + (isFile ? storePath(treeStore(input)) : treeStore(input)) + "'";
+    const bool isFile = input.stores.builtIn;
+    return "'" + (isFile ? storePath(input.stores.byDefault) : input.stores.byDefault) + "'";
 }
 
 StoredValues valuesNow(ValueSize size) {
@@ -106,7 +101,7 @@ std::string startFault(const std::string& text, int max) {
 Session::Session(const StartFiles& files, Entry entry, std::vector<std::string>& notes)
     : input(checkStart(files, notes)) {
     try {
-        start(files.classes, entry, notes);
+        start(entry, notes);
     } catch (const Refusal&) {
         Component::deleteAll();
         throw;
@@ -124,7 +119,7 @@ void Session::requireStored() const {
     const TreeSection section;
     ResourceManager* stores = ResourceManager::getInstance();
     TreeConfig stored;
-    stored.assign(stores->getResource(stores->getResourceId(treeStore(input))), nullptr);
+    stored.assign(stores->getResource(stores->getResourceId(input.stores.byDefault)), nullptr);
     stored.load();
 
     TreeConfig* tree = Component::getTreeConfig();
@@ -152,9 +147,8 @@ std::vector<std::string> Session::typeNames() {
     return types;
 }
 
-void Session::start(const std::string& classes, Entry entry, std::vector<std::string>& notes) {
-    factory = std::make_unique<ToolFactory>(input.names, classes,
-                                            std::set<std::string>{input.storeType, input.lockProvider});
+void Session::start(Entry entry, std::vector<std::string>& notes) {
+    factory = std::make_unique<ToolFactory>(input.names, input.classes, input.services);
     started.cache = cacheOf(input.components);
     {
         chassis::NamesFile names(input.names);

@@ -64,7 +64,7 @@ public:
     static std::vector<std::string> typeNames();
 
 private:
-    void start(const std::string& classes, Entry entry, std::vector<std::string>& notes);
+    void start(Entry entry, std::vector<std::string>& notes);
     void build(qz::tavrel::Builder& builder, Entry entry, std::vector<std::string>& notes);
     void requireEntry(Entry entry) const;
     void checkRoot() const;

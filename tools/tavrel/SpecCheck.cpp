@@ -2,11 +2,14 @@
 
 #include "InputCheck.h"
 #include "Names.h"
+#include "Text.h"
 
 #include <qz/tavrel/NameResolver.h>
 
 #include <algorithm>
 #include <fstream>
+#include <map>
+#include <utility>
 
 namespace tavrel::tool {
 
@@ -44,41 +47,66 @@ const std::vector<std::string> actionSubsections = {"action"};
 
 } // namespace
 
-SpecCheck::SpecCheck(qz::tavrel::NameResolver& resolver) : names(resolver) {}
+SpecCheck::SpecCheck(qz::tavrel::NameResolver& resolver, Stores itsStores)
+    : names(resolver), stores(std::move(itsStores)) {}
 
 SpecCheck::~SpecCheck() = default;
 
-void SpecCheck::components(const std::string& path) {
+void SpecCheck::components(const std::string& path, const std::string& from) {
     actionFile = false;
-    if (const auto file = load(path, "the component specification")) {
+    if (const auto file = load(path, from)) {
         std::set<std::string> sections;
         collectSections(*file, sections);
-        if (sections.empty()) {
-            found.push_back(path +
-                            ": there is no section: a section is a type name with a blank row before it");
+        if (sections.empty() && count++ == 0) {
+            first = path + ": there is no section: a section is a type name with a blank row before it";
         }
+        types = sections;
         walk(*file, sections);
     }
 }
 
-void SpecCheck::actions(const std::string& path) {
+void SpecCheck::actions(const std::string& path, const std::string& from, const ClassLibrary& classes) {
     actionFile = true;
-    if (const auto file = load(path, "the action specification")) {
+    if (const auto file = load(path, from)) {
         std::set<std::string> sections;
         collectSections(*file, sections);
         walk(*file, sections);
+        if (classes.isLoaded()) {
+            classNames(classes);
+        }
+    }
+}
+
+// The library cannot list its classes, so the nearest name is one that another row has.
+void SpecCheck::classNames(const ClassLibrary& classes) {
+    std::map<std::string, bool> made;
+    std::vector<std::string> good;
+    for (const auto& [name, place] : rowClasses) {
+        const auto [entry, isNew] = made.emplace(name, false);
+        if (isNew && classes.hasAction(name)) {
+            entry->second = true;
+            good.push_back(name);
+        }
+    }
+    for (const auto& [name, place] : rowClasses) {
+        if (!made[name] && count++ == 0) {
+            first = place + unknownName("action class", name, good) + " in the library of --classes";
+        }
     }
 }
 
 std::unique_ptr<SpecCheck::File> SpecCheck::load(const std::string& path, const std::string& from) {
     if (loading.count(path) != 0) {
+        noted.push_back(from + " '" + shown(path) + "' leads in a circle: the file is read once");
         return nullptr;
     }
     std::ifstream stream(path);
     if (!isReadableFile(path) || !stream) {
         const bool relative = path.empty() || path[0] != '/';
-        found.push_back(from + " '" + path + "' cannot be read" +
-                        (relative ? "; a relative path is taken from the working directory" : ""));
+        if (count++ == 0) {
+            first = from + " '" + path + "' cannot be read" +
+                    (relative ? "; a relative path is taken from the working directory" : "");
+        }
         return nullptr;
     }
 
@@ -146,12 +174,14 @@ void SpecCheck::head(Place& place, const std::string& name, const std::set<std::
     }
     const auto& allowed = actionFile ? actionSubsections : componentSubsections;
     if (std::find(allowed.begin(), allowed.end(), name) == allowed.end()) {
-        problem(place,
-                unknownName("subsection", name, allowed) + "; a new section needs a blank row before it");
+        problem(place, [&] {
+            return unknownName("subsection", name, allowed) + "; a new section needs a blank row before it";
+        });
     } else if (place.section.empty()) {
-        problem(place, "'" + name + "' stands before the first section");
+        problem(place, "'" + shown(name) + "' stands before the first section");
     } else if (!place.seen.insert(place.section + "." + name).second) {
-        problem(place, "'" + place.section + "' has '" + name + "' a second time: only the first one counts");
+        problem(place, "'" + shown(place.section) + "' has '" + shown(name) +
+                           "' a second time: only the first one counts");
     }
 }
 
@@ -162,8 +192,8 @@ void SpecCheck::section(const Place& place, const std::string& name) {
     }
     const std::size_t colons = name.find("::");
     if (colons == std::string::npos) {
-        problem(place,
-                "'" + name + "' is no section: it must be a type, '::' and an action, or '::' and an action");
+        problem(place, "'" + shown(name) +
+                           "' is no section: it must be a type, '::' and an action, or '::' and an action");
         return;
     }
     if (colons > 0) {
@@ -188,7 +218,8 @@ void SpecCheck::row(Place& place, const Cells& cells) {
     } else if (place.subsection == "include") {
         problem(place, "the row stands behind an include and belongs to nothing");
     } else if (place.cutOff) {
-        problem(place, "the row is cut off from '" + place.subsection + "' by a comment that holds a comma");
+        problem(place,
+                "the row is cut off from '" + shown(place.subsection) + "' by a comment that holds a comma");
     } else {
         data(place, Cells(cells.begin() + 1, cells.end()));
     }
@@ -198,6 +229,8 @@ void SpecCheck::data(const Place& place, const Cells& cells) {
     if (actionFile) {
         if (place.subsection == "action" && cells[0].empty()) {
             problem(place, "the row names no class");
+        } else if (place.subsection == "action") {
+            rowClasses.emplace_back(cells[0], at(place.file, place.line, ""));
         }
     } else if (place.subsection == "property") {
         property(place, cells);
@@ -217,23 +250,35 @@ void SpecCheck::property(const Place& place, const Cells& cells) {
     if (cells.size() < 3) {
         problem(place, "a property needs a store, a name and a size");
     } else if (cells[0].empty()) {
-        problem(place, "the property '" + cells[1] + "' names no store");
+        problem(place, "the property '" + shown(cells[1]) + "' names no store");
     } else if (!parseNumber(cells[2], size) || size < 1) {
-        problem(place, "the size of '" + cells[1] + "' is '" + cells[2] + "': it must be a number above 0");
+        problem(place, "the size of '" + shown(cells[1]) + "' is '" + shown(cells[2]) +
+                           "': it must be a number above 0");
+    } else if (static_cast<unsigned int>(size) > stores.limitOf(cells[0])) {
+        problem(place, "the size of '" + shown(cells[1]) + "' is " + std::to_string(size) + ": at most " +
+                           std::to_string(stores.limitOf(cells[0])) + " bytes can be stored in '" +
+                           shown(cells[0]) + "'");
     } else {
         known(place, Properties, "property", cells[1]);
+        if (used.insert(cells[0]).second) {
+            note(place, stores.doubtAbout(cells[0]));
+        }
     }
 }
 
 void SpecCheck::component(const Place& place, const Cells& cells) {
-    int count = 0;
+    int number = 0;
     if (cells.size() < 2) {
         problem(place, "a component needs a type and a count");
-    } else if (!parseNumber(cells[1], count) || count < 0 || count > 65535) {
-        problem(place,
-                "the count of '" + cells[0] + "' is '" + cells[1] + "': it must be a number from 0 to 65535");
+    } else if (!parseNumber(cells[1], number) || number < 0 || number > 65535) {
+        problem(place, "the count of '" + shown(cells[0]) + "' is '" + shown(cells[1]) +
+                           "': it must be a number from 0 to 65535");
     } else {
         known(place, Types, "type", cells[0]);
+        if (number > 0 && types.insert(cells[0]).second) {
+            note(place,
+                 "the type '" + shown(cells[0]) + "' has no section: it has neither properties nor actions");
+        }
     }
 }
 
@@ -245,15 +290,29 @@ void SpecCheck::known(const Place& place, int dictionary, const std::string& kin
     if (names.getValue(dictionary, name) != -1) {
         return;
     }
-    std::vector<std::string> candidates;
-    for (const auto& [candidate, value] : namesOf(names, dictionary)) {
-        candidates.push_back(candidate);
+    problem(place, [&] {
+        std::vector<std::string> candidates;
+        for (const auto& [candidate, value] : namesOf(names, dictionary)) {
+            candidates.push_back(candidate);
+        }
+        return unknownName(kind, name, candidates) + " in the names file";
+    });
+}
+
+void SpecCheck::note(const Place& place, const std::string& text) {
+    if (!text.empty()) {
+        noted.push_back(at(place.file, place.line, text));
     }
-    problem(place, unknownName(kind, name, candidates) + " in the names file");
+}
+
+void SpecCheck::problem(const Place& place, const std::function<std::string()>& text) {
+    if (count++ == 0) {
+        first = at(place.file, place.line, text());
+    }
 }
 
 void SpecCheck::problem(const Place& place, const std::string& text) {
-    found.push_back(at(place.file, place.line, text));
+    problem(place, [&] { return text; });
 }
 
 } // namespace tavrel::tool

@@ -1,10 +1,15 @@
 #pragma once
 
+#include "ClassLibrary.h"
+#include "Stores.h"
+
 #include <qz/util/config/CommaSeparatedValues.h>
 
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qz::tavrel {
@@ -18,19 +23,30 @@ namespace tavrel::tool {
 class SpecCheck {
 public:
     /// @param resolver  looked up, never added to; outlives this object
-    explicit SpecCheck(qz::tavrel::NameResolver& resolver);
+    SpecCheck(qz::tavrel::NameResolver& resolver, Stores stores);
     ~SpecCheck();
     SpecCheck(const SpecCheck&) = delete;
     SpecCheck& operator=(const SpecCheck&) = delete;
 
     /// Checks a component specification and what it includes.
-    void components(const std::string& path);
+    /// @param from  what the file is and who names it, for the reason
+    void components(const std::string& path, const std::string& from);
 
     /// Checks an action specification and what it includes.
-    void actions(const std::string& path);
+    /// @param classes  has to know the class of each row, if it is loaded
+    void actions(const std::string& path, const std::string& from, const ClassLibrary& classes);
 
-    /// What is wrong, each with file and line, in the order of the files.
-    const std::vector<std::string>& problems() const { return found; }
+    /// The first thing that is wrong, with file and line, in the order of the files; empty if nothing is.
+    const std::string& firstProblem() const { return first; }
+
+    /// How many things are wrong.
+    int problemCount() const { return count; }
+
+    /// What is suspect and may be meant, with file and line.
+    const std::vector<std::string>& notes() const { return noted; }
+
+    /// Stores of the properties.
+    const std::set<std::string>& usedStores() const { return used; }
 
     /// All files that were read.
     const std::vector<std::string>& files() const { return read; }
@@ -49,13 +65,25 @@ private:
     void property(const Place& place, const std::vector<std::string>& cells);
     void component(const Place& place, const std::vector<std::string>& cells);
     void known(const Place& place, int dictionary, const std::string& kind, const std::string& name);
+    void classNames(const ClassLibrary& classes);
+    void note(const Place& place, const std::string& text);
+
+    /// Counts a problem; its text is made only for the first one, since to find the nearest name takes long.
+    void problem(const Place& place, const std::function<std::string()>& text);
     void problem(const Place& place, const std::string& text);
 
     qz::tavrel::NameResolver& names;
     bool actionFile = false;
     std::set<std::string> loading;
     std::vector<std::string> read;
-    std::vector<std::string> found;
+    std::string first;
+    int count = 0;
+    std::vector<std::string> noted;
+    Stores stores;
+    std::set<std::string> used;
+    std::set<std::string> types; ///< that have a section, or were noted as having none
+    std::vector<std::pair<std::string, std::string>>
+        rowClasses; ///< action classes, each with its "FILE:LINE: "
 };
 
 } // namespace tavrel::tool

@@ -1,12 +1,15 @@
 #include "Start.h"
 
 #include "InputCheck.h"
+#include "Names.h"
 #include "Refusal.h"
 #include "SpecCheck.h"
 #include "chassis/NamesFile.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 
 using qz::util::config::CppProperties;
 
@@ -45,27 +48,52 @@ std::string absoluteConfig(const std::string& path) {
     return config;
 }
 
-void checkSpecifications(StartInput& input, qz::tavrel::NameResolver& names) {
-    SpecCheck check(names);
-    check.components(input.components);
+void checkSpecifications(StartInput& input, const Configuration& configuration,
+                         qz::tavrel::NameResolver& names, std::vector<std::string>& notes) {
+    const auto from = [&](const char* key, const char* what) { return configuration.at(key, what); };
+    SpecCheck check(names, input.stores);
+    check.components(input.components, from("tavrel.spec.compo", "the component specification"));
     input.sources = check.files();
     input.sources.push_back(input.names);
 
     const std::string actions = input.properties.getProperty("tavrel.spec.action");
     if (!actions.empty()) {
-        check.actions(besides(input.config, actions));
+        check.actions(besides(input.config, actions), from("tavrel.spec.action", "the action specification"),
+                      input.classes);
     }
-    const auto& problems = check.problems();
-    if (!problems.empty()) {
-        const std::size_t more = problems.size() - 1;
-        throw Refusal(problems[0] + (more == 0   ? std::string()
-                                     : more == 1 ? std::string(" (and 1 more problem)")
-                                                 : " (and " + std::to_string(more) + " more problems)"));
+    if (check.problemCount() > 0) {
+        const int more = check.problemCount() - 1;
+        throw Refusal(check.firstProblem() + (more == 0 ? std::string()
+                                              : more == 1
+                                                  ? std::string(" (and 1 more problem)")
+                                                  : " (and " + std::to_string(more) + " more problems)"));
     }
+    notes.insert(notes.end(), check.notes().begin(), check.notes().end());
+    input.usedStores = check.usedStores();
+    input.usedStores.insert(input.stores.byDefault);
     const std::string redirections = input.properties.getProperty("tavrel.spec.res");
     if (!redirections.empty()) {
-        checkRedirections(besides(input.config, redirections), names);
+        checkRedirections(besides(input.config, redirections),
+                          from("tavrel.spec.res", "the resource specification"), names, input.stores,
+                          check.usedStores(), notes);
     }
+}
+
+/// Notes the class that a key names, and what to say if nobody has it.
+/// @return the class
+std::string service(StartInput& input, const Configuration& configuration, const std::string& key,
+                    const std::vector<std::string>& known) {
+    const std::string name = valueOr(input.properties, key, known.back());
+    const std::string reason = configuration.at(key, key + ": " + unknownName("class", name, known));
+    static const char* const others[] = {"Action",        "ActionList",   "BMCRelationalDB",
+                                         "Initializer",   "NameResolver", "PropertyLocator",
+                                         "Specification", "VolatileDB",   "TreePathLockProvider"};
+    const bool isOther = std::find(std::begin(others), std::end(others), name) != std::end(others);
+    if (isOther && std::find(known.begin(), known.end(), name) == known.end()) {
+        throw Refusal(reason); // the library would take one kind of object for another
+    }
+    input.services[name] = reason;
+    return name;
 }
 
 } // namespace
@@ -73,7 +101,8 @@ void checkSpecifications(StartInput& input, qz::tavrel::NameResolver& names) {
 StartInput checkStart(const StartFiles& files, std::vector<std::string>& notes) {
     StartInput input;
     input.config = absoluteConfig(files.config);
-    input.properties = checkConfiguration(input.config, notes);
+    const Configuration configuration = checkConfiguration(input.config, notes);
+    input.properties = configuration.properties;
     input.names = !files.names.empty()
                       ? files.names
                       : besides(input.config, input.properties.getProperty("tavrel.resolver"));
@@ -87,14 +116,18 @@ StartInput checkStart(const StartFiles& files, std::vector<std::string>& notes) 
         throw Refusal("'" + input.config +
                       "' names no component specification: the key is tavrel.spec.compo");
     }
-    chassis::NamesFile names(input.names);
-    checkSpecifications(input, names);
-
     input.max = std::atoi(valueOr(input.properties, "tavrel.compo.max", "4096").c_str());
-    input.lockProvider = valueOr(input.properties, "tavrel.lock.provider", "TreePathLockProvider");
-    input.storeType = valueOr(input.properties, "tavrel.res.type", "VolatileDB");
-    if (input.storeType == "BMCRelationalDB") {
-        checkStores(notes);
+    input.stores.builtIn = service(input, configuration, "tavrel.res.type",
+                                   {"BMCRelationalDB", "VolatileDB"}) == "BMCRelationalDB";
+    input.stores.byDefault = valueOr(input.properties, "tavrel.res.name", "tavrel.db");
+    service(input, configuration, "tavrel.lock.provider", {"TreePathLockProvider"});
+    if (!files.classes.empty()) {
+        input.classes = ClassLibrary(files.classes);
+    }
+    chassis::NamesFile names(input.names);
+    checkSpecifications(input, configuration, names, notes);
+    if (input.stores.builtIn) {
+        checkStores(input.usedStores, notes);
     }
     return input;
 }

@@ -1,7 +1,12 @@
 #pragma once
 
+#include "ClassLibrary.h"
+#include "Stores.h"
+
 #include <qz/util/config/CppProperties.h>
 
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,8 +27,10 @@ struct StartInput {
     std::string components;           ///< path of the component specification
     std::vector<std::string> sources; ///< all files that the specification cache is made from
     int max = 0;                      ///< exclusive upper limit of component ids
-    std::string storeType;
-    std::string lockProvider;
+    Stores stores;
+    std::set<std::string> usedStores; ///< of the properties, and that of the tree
+    ClassLibrary classes;
+    std::map<std::string, std::string> services; ///< classes that are no actions, see `ToolFactory`
 };
 
 /// Checks all input of a start, the stored databases included. Changes nothing.

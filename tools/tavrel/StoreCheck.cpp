@@ -1,5 +1,7 @@
 #include "InputCheck.h"
+#include "Names.h"
 #include "Refusal.h"
+#include "Stores.h"
 
 #include <qz/base/SemaphoreLock.h>
 #include <qz/tavrel/BMCRelationalDB.h>
@@ -32,12 +34,18 @@ constexpr StoreFile storeFiles[] = {
     {"/conf/qz/db/fru.db", "/dblock_fru", 786432},
 };
 
+/// No property is larger: its value travels through memory as a whole.
+constexpr std::size_t sizeLimit = 1048576;
 constexpr std::size_t block = 16384;
 constexpr std::size_t align = 16;
 constexpr std::uint32_t live = 0x4E444200;
 constexpr std::uint32_t tombstone = 0x444B4559; // "YEKD"
 
 using Record = BMCRelationalDB::ndb_t;
+
+const StoreFile& fileOf(const std::string& store) {
+    return storeFiles[store == "SETUP" ? 1 : store == "FRU" ? 2 : 0];
+}
 
 [[noreturn]] void refuse(const StoreFile& file, const std::string& text) {
     throw Refusal(std::string("the database '") + file.path + "' " + text + "; it was left as it is");
@@ -117,6 +125,9 @@ std::string emptiness(const std::vector<char>& bytes) {
 void check(const StoreFile& file, std::vector<std::string>& notes) {
     const SemaphoreLock lock(file.lock, 0);
     const std::vector<char> bytes = readAll(file);
+    if (access(file.path, W_OK) != 0) {
+        refuse(file, std::string("cannot be written: ") + std::strerror(errno));
+    }
     const std::string empty = emptiness(bytes);
     if (!empty.empty()) {
         notes.push_back(std::string("the database '") + file.path + "' " + empty +
@@ -136,9 +147,21 @@ void check(const StoreFile& file, std::vector<std::string>& notes) {
     }
 }
 
+/// Without the file its folder must take one.
+void checkFolder(const StoreFile& file) {
+    const std::string path = file.path;
+    const std::string folder = path.substr(0, path.rfind('/'));
+    if (access(file.path, F_OK) != 0 && access(folder.c_str(), W_OK | X_OK) != 0) {
+        throw Refusal("the database '" + path + "' cannot be made: " + std::strerror(errno));
+    }
+}
+
 } // namespace
 
-void checkStores(std::vector<std::string>& notes) {
+void checkStores(const std::set<std::string>& used, std::vector<std::string>& notes) {
+    for (const std::string& store : used) {
+        checkFolder(fileOf(store));
+    }
     for (const StoreFile& file : storeFiles) {
         // Without the file there is nothing to check, and no reason to make its lock.
         if (access(file.path, F_OK) == 0) {
@@ -152,7 +175,20 @@ void checkStores(std::vector<std::string>& notes) {
 }
 
 std::string storePath(const std::string& store) {
-    return storeFiles[store == "SETUP" ? 1 : store == "FRU" ? 2 : 0].path;
+    return fileOf(store).path;
+}
+
+unsigned int Stores::limitOf(const std::string& store) const {
+    const std::size_t room = fileOf(store).size - sizeof(BMCRelationalDB::FileHeader) - sizeof(Record);
+    return static_cast<unsigned int>(builtIn ? std::min(room, sizeLimit) : sizeLimit);
+}
+
+std::string Stores::doubtAbout(const std::string& store) const {
+    const std::vector<std::string> known = names();
+    if (!builtIn || std::find(known.begin(), known.end(), store) != known.end()) {
+        return "";
+    }
+    return unknownName("store", store, known) + ": its values share the file of '" + byDefault + "'";
 }
 
 } // namespace tavrel::tool

@@ -9,8 +9,6 @@
 #include <qz/tavrel/QZException.h>
 #include <qz/tavrel/Resource.h>
 
-#include <dlfcn.h>
-
 #include <utility>
 
 namespace tavrel::tool {
@@ -36,31 +34,16 @@ private:
 
 } // namespace
 
-ToolFactory::ToolFactory(std::string namesFile, const std::string& classes, std::set<std::string> noActions)
-    : names(std::move(namesFile)), services(std::move(noActions)) {
-    if (classes.empty()) {
-        return;
-    }
-    // A name without '/' would be searched among the system's libraries.
-    const std::string path = classes.find('/') == std::string::npos ? "./" + classes : classes;
-    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr) {
-        throw Refusal(std::string("the classes cannot be loaded: ") + dlerror());
-    }
-    create = reinterpret_cast<Create>(dlsym(library, "tavrel_create_instance"));
-    if (create == nullptr) {
-        throw Refusal("'" + classes + "' has no function tavrel_create_instance");
-    }
-}
+ToolFactory::ToolFactory(std::string namesFile, const ClassLibrary& classes,
+                         std::map<std::string, std::string> services)
+    : names(std::move(namesFile)), own(classes), reasons(std::move(services)) {}
 
 void* ToolFactory::createInstance(const std::string& name) {
     if (name == "NameResolver") {
         return static_cast<qz::tavrel::NameResolver*>(new chassis::NamesFile(names));
     }
-    if (create != nullptr) {
-        if (void* own = create(name.c_str())) {
-            return own;
-        }
+    if (void* made = own.make(name)) {
+        return made;
     }
     if (name == "VolatileDB") {
         return static_cast<qz::tavrel::Resource*>(new chassis::VolatileDB);
@@ -68,8 +51,9 @@ void* ToolFactory::createInstance(const std::string& name) {
     try {
         return Factory::createInstance(name);
     } catch (const qz::tavrel::TavrelException&) {
-        if (services.count(name) != 0) {
-            throw;
+        const auto reason = reasons.find(name);
+        if (reason != reasons.end()) {
+            throw Refusal(reason->second);
         }
         return static_cast<qz::tavrel::Action*>(new MissingAction(name));
     }

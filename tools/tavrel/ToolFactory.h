@@ -1,8 +1,10 @@
 #pragma once
 
+#include "ClassLibrary.h"
+
 #include <qz/tavrel/Factory.h>
 
-#include <set>
+#include <map>
 #include <string>
 
 namespace tavrel::tool {
@@ -12,22 +14,20 @@ namespace tavrel::tool {
 class ToolFactory : public qz::tavrel::Factory {
 public:
     /// @param namesFile  path of the names file
-    /// @param classes  path of a shared library with `extern "C" void* tavrel_create_instance(const char*
-    /// name)`, which
-    ///                 answers null for names that are not its own; may be empty
-    /// @param noActions  class names that are no actions: those of the stores and the lock provider
-    /// @throws Refusal  the library cannot be loaded or has no such function
-    ToolFactory(std::string namesFile, const std::string& classes, std::set<std::string> noActions);
+    /// @param classes    the client's own classes
+    /// @param services   class names that are no actions, those of the stores and the lock provider, each
+    /// with the
+    ///                   reason to give if nobody has the class
+    ToolFactory(std::string namesFile, const ClassLibrary& classes,
+                std::map<std::string, std::string> services);
 
-    /// @throws TavrelException "invalid args" for an unknown name of `noActions`
+    /// @throws Refusal  an unknown name of `services`
     void* createInstance(const std::string& name) override;
 
 private:
-    using Create = void* (*)(const char*);
-
     std::string names;
-    std::set<std::string> services;
-    Create create = nullptr;
+    ClassLibrary own;
+    std::map<std::string, std::string> reasons;
 };
 
 } // namespace tavrel::tool

@@ -72,6 +72,13 @@ std::string textOf(const TraceRecord& record) {
     return text + (record.entry.size > record.stored() ? "..." : "");
 }
 
+/// The lower half of an address, which is what a record has.
+std::string addressOf(std::int32_t word) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(word));
+    return text;
+}
+
 /// The words behind process id and thread id, each behind its name: "id 3, old revision 4". A name that is a
 /// number stands for a word that says nothing.
 std::string wordsOf(const TraceRecord& record, const char* names) {
@@ -86,7 +93,8 @@ std::string wordsOf(const TraceRecord& record, const char* names) {
         }
         std::int32_t word = 0;
         std::memcpy(&word, record.entry.data + offset, sizeof word);
-        text += (text.empty() ? "" : ", ") + name + ' ' + std::to_string(word);
+        text += (text.empty() ? "" : ", ") + name + ' ' +
+                (name == "address" ? addressOf(word) : std::to_string(word));
     }
     return text;
 }

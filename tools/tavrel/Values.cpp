@@ -1,6 +1,7 @@
 #include "Values.h"
 
 #include "Refusal.h"
+#include "Text.h"
 
 #include <algorithm>
 #include <charconv>
@@ -21,7 +22,7 @@ std::string fit(const std::string& bytes, unsigned int size, const std::string& 
     const auto first = std::find_if_not(bytes.begin(), bytes.end(), isZero);
     const auto needed = static_cast<std::size_t>(bytes.end() - first);
     if (needed > size) {
-        throw Refusal("the value " + text + " does not fit into " + std::to_string(size) +
+        throw Refusal("the value " + shown(text) + " does not fit into " + std::to_string(size) +
                       (size == 1 ? " byte" : " bytes"));
     }
     return std::string(size - needed, '\0') + std::string(first, bytes.end());
@@ -36,7 +37,7 @@ std::string negative(std::int64_t number, unsigned int size, const std::string& 
     }
     const bool fits = size >= integerLimit || (size > 0 && number >= -(std::int64_t{1} << (8 * size - 1)));
     if (!fits) {
-        throw Refusal("the value " + text + " does not fit into " + std::to_string(size) +
+        throw Refusal("the value " + shown(text) + " does not fit into " + std::to_string(size) +
                       (size == 1 ? " byte" : " bytes"));
     }
     return bytes;
@@ -47,6 +48,12 @@ bool parse(const std::string& text, Number& number) {
     const char* end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, number);
     return error == std::errc() && stop == end;
+}
+
+/// True for a number of any size.
+bool isDecimal(const std::string& text) {
+    const std::size_t first = text.rfind('-', 0) == 0 ? 1 : 0;
+    return text.size() > first && text.find_first_not_of("0123456789", first) == std::string::npos;
 }
 
 } // namespace
@@ -91,7 +98,7 @@ std::string fromHex(const std::string& text) {
     const bool prefixed = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
     std::string nibbles = prefixed ? text.substr(2) : std::string();
     if (nibbles.empty() || nibbles.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
-        throw WrongUsage("'" + text + "' is not hexadecimal: it must be 0x and digits");
+        throw WrongUsage("'" + shown(text) + "' is not hexadecimal: it must be 0x and digits");
     }
     if (nibbles.size() % 2 != 0) {
         nibbles.insert(0, "0");
@@ -123,8 +130,13 @@ std::string parseValue(const std::string& text, unsigned int size) {
         return negative(below, size, text);
     }
     std::uint64_t number = 0;
+    if (!parse(text, number) && isDecimal(text)) {
+        const std::string room = std::to_string(std::min<std::size_t>(size, integerLimit));
+        throw Refusal("the value " + shown(text) + " does not fit into " + room +
+                      (room == "1" ? " byte" : " bytes"));
+    }
     if (!parse(text, number)) {
-        throw WrongUsage("'" + text +
+        throw WrongUsage("'" + shown(text) +
                          "' is no value: it must be a number, 0x and hex digits, or text: and characters");
     }
     std::string bytes(integerLimit, '\0');

@@ -1,11 +1,16 @@
 // tavrel: looks at the object tree of a machine and works on it, as one of its processes.
 
 #include "Commands.h"
+#include "Names.h"
 #include "Refusal.h"
 #include "Session.h"
+#include "Text.h"
+
+#include <qz/tavrel/QZException.h>
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <functional>
 #include <iostream>
 
@@ -115,15 +120,45 @@ void run(const Arguments& given, const Work& work) {
     std::vector<std::string> notes;
     const Session session(given.files, work.entry, notes);
     for (const std::string& note : notes) {
-        std::cerr << "tavrel: note: " << note << '\n';
+        std::cerr << "tavrel: note: " << oneLine(note) << '\n';
     }
-    work.run(session);
+    try {
+        work.run(session);
+    } catch (const qz::tavrel::UnavailableComponentException&) {
+        throw Refusal("'" + shown(given.path) + "' was removed meanwhile");
+    }
 }
 
 int fail(const std::exception& reason, int code) {
     std::cout.flush();
-    std::cerr << "tavrel: " << reason.what() << '\n';
+    std::cerr << "tavrel: " << oneLine(reason.what()) << '\n';
     return code;
+}
+
+/// The first word that is neither an option nor its value; empty if there is none.
+std::string firstWord(int count, char** words) {
+    const std::vector<std::string> withValue = {"-c", "--config", "-n", "--names", "--classes"};
+    for (int i = 1; i < count; ++i) {
+        const std::string word = words[i];
+        if (std::find(withValue.begin(), withValue.end(), word) != withValue.end()) {
+            ++i;
+        } else if (word.empty() || word[0] != '-') {
+            return word;
+        }
+    }
+    return "";
+}
+
+/// Why the command line cannot be understood.
+std::string usageFault(const CLI::App& app, const std::string& word, const CLI::ParseError& error) {
+    std::vector<std::string> commands;
+    for (const CLI::App* known : app.get_subcommands([](const CLI::App*) { return true; })) {
+        commands.push_back(known->get_name());
+    }
+    const bool isKnown = std::find(commands.begin(), commands.end(), word) != commands.end();
+    const std::string fault =
+        word.empty() || isKnown ? shown(error.what()) : unknownName("command", word, commands);
+    return fault + "; see tavrel --help";
 }
 
 /// Reads the command line and does what it says. @return the exit code
@@ -149,7 +184,10 @@ int toolMain(int count, char** words) {
     try {
         app.parse(count, words);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error, std::cout, std::cerr) == 0 ? 0 : wrongUsage;
+        if (error.get_exit_code() == 0) {
+            return app.exit(error, std::cout, std::cerr);
+        }
+        throw WrongUsage(usageFault(app, firstWord(count, words), error));
     }
     run(given, chosen);
     std::cout.flush();
