@@ -48,7 +48,7 @@ TEST(SampleClient, FindsOutThatItsComponentIsGone) {
 }
 
 TEST(SampleClient, StopsNobodyWhenItIsKilledWithALock) {
-    const Sample sample;
+    const StartedSample sample; // so that the watching process does not wait for the root to build a tree
     Running holder(clientWords({"hold", "/Chassis#0/SystemBoard#0"}));
     Running watch(toolWords({"watch", "--interval", "10"})); // keeps the table of locks in use
     holder.hear("holds");
