@@ -100,7 +100,7 @@ TEST(LockMemory, GivesNothingForAnotherSizeWhileAnotherProcessUsesTheTable) {
     EXPECT_EQ(4096U, segmentSize());
 
     other.kill();
-    EXPECT_NE(nullptr, memory.get(8192));
+    waitUntil([&] { return memory.get(8192) != nullptr; });
 }
 
 TEST(LockMemory, RemovesTheSharedTableWithTheLastProcess) {
