@@ -10,7 +10,9 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <memory>
 #include <random>
 #include <thread>
@@ -25,6 +27,7 @@ constexpr unsigned int deaths = 42; ///< six of each kind
 constexpr int stepsOfALife = 80;    ///< before a worker dies
 constexpr int stepsAtTheEnd = 150;
 constexpr std::size_t mostFans = 20;
+constexpr int longestRound = 20; ///< in seconds
 
 /// What a worker is doing when it dies.
 enum class Death {
@@ -47,13 +50,15 @@ public:
 
     void run() {
         for (int step = 0; step < steps; ++step) {
-            try {
-                work();
-            } catch (const UnavailableComponentException&) {
-                // Another process has changed the component meanwhile.
-            }
+            workOrLose();
         }
         dieAsTold();
+    }
+
+    void runUntil(std::chrono::steady_clock::time_point end) {
+        while (std::chrono::steady_clock::now() < end) {
+            workOrLose();
+        }
     }
 
 private:
@@ -65,6 +70,14 @@ private:
     Component* anyOf(int type) {
         std::vector<Component*> found = all(type);
         return any(found);
+    }
+
+    void workOrLose() {
+        try {
+            work();
+        } catch (const UnavailableComponentException&) {
+            // Another process has changed the component meanwhile.
+        }
     }
 
     void work() {
@@ -254,6 +267,45 @@ auto firstToEnd(std::vector<std::unique_ptr<ChildProcess>>& crowd) {
                         [&ended](const auto& each) { return each->pid() == ended.si_pid; });
 }
 
+/// A process that starts now finds the tree whole.
+void expectASoundTree() {
+    ChildProcess fresh([](Talk&) {
+        Process process;
+        EXPECT_EQ(Work{}, process.start());
+        EXPECT_EQ("", damage());
+        EXPECT_EQ(3U, all(board).size());
+        EXPECT_EQ(6U, all(sensor).size());
+        return 0;
+    });
+    EXPECT_EQ(0, fresh.wait());
+}
+
+// TAVREL_LOAD_SECONDS says for how long; a child lives for less than a minute.
+TEST(Load, LeavesASoundTreeThoughTwoProcessesHammerIt) {
+    const char* const asked = std::getenv("TAVREL_LOAD_SECONDS");
+    specify("1");
+
+    for (int left = asked == nullptr ? 2 : std::atoi(asked); left > 0; left -= longestRound) {
+        const auto end =
+            std::chrono::steady_clock::now() + std::chrono::seconds(std::min(left, longestRound));
+        const auto hammer = [end, left](unsigned int number) {
+            return [end, left, number](Talk&) {
+                Process process;
+                process.start();
+                Worker(number + static_cast<unsigned int>(left), 0, Death::never).runUntil(end);
+                return 0;
+            };
+        };
+        ChildProcess first(hammer(1000));
+        ChildProcess second(hammer(2000));
+
+        EXPECT_EQ(0, first.wait());
+        EXPECT_EQ(0, second.wait());
+    }
+
+    expectASoundTree();
+}
+
 TEST(Load, LeavesASoundTreeThoughOneProcessAfterAnotherIsKilled) {
     specify("1");
     std::vector<std::unique_ptr<ChildProcess>> crowd;
@@ -283,15 +335,7 @@ TEST(Load, LeavesASoundTreeThoughOneProcessAfterAnotherIsKilled) {
     }
 
     EXPECT_EQ(deaths, dead);
-    ChildProcess fresh([](Talk&) {
-        Process process;
-        EXPECT_EQ(Work{}, process.start());
-        EXPECT_EQ("", damage());
-        EXPECT_EQ(3U, all(board).size());
-        EXPECT_EQ(6U, all(sensor).size());
-        return 0;
-    });
-    EXPECT_EQ(0, fresh.wait());
+    expectASoundTree();
 }
 
 } // namespace
