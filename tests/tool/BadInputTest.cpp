@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -94,6 +95,21 @@ TEST(ToolBadInput, IsNotedWhereItOnlyHasNoEffect) {
         "tavrel: note: " + sample.path("chassis.properties") +
             ":6: unknown key 'tavrel.compo.maxi'; the nearest known name is 'tavrel.compo.max': the line "
             "has no effect\n");
+}
+
+TEST(ToolBadInput, IsNotedTwentyTimesAtMost) {
+    const Sample sample;
+    std::string lines = "tavrel.history =\n";
+    for (int i = 0; i < 25; ++i) {
+        lines += "key" + std::to_string(i) + " = 1\n";
+    }
+    sample.edit("chassis.properties", "tavrel.initializer", lines + "tavrel.initializer");
+
+    const Result result = tool({"start"});
+
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 21) << result.err;
+    EXPECT_NE(result.err.find("tavrel: note: and 5 more notes\n"), std::string::npos) << result.err;
 }
 
 TEST(ToolBadInput, IsAnEmptyNamesFile) {

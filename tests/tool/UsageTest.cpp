@@ -47,6 +47,14 @@ TEST(Tool, NamesTheNearestCommand) {
     }
 }
 
+TEST(Tool, CutsAPathOfAnyLength) {
+    const Result result = run({TAVREL_TOOL, "-c", std::string(100000, 'x'), "start"});
+
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.err.rfind("tavrel: the properties file 'xxx", 0), 0U);
+    EXPECT_LT(result.err.size(), 1020U);
+}
+
 TEST(Tool, ShowsWhatWasTypedOnALineOfATerminal) {
     const StartedSample sample;
     const std::string bell = "a\a\n\x1B[31m";

@@ -83,7 +83,7 @@ void checkSpecifications(StartInput& input, const Configuration& configuration,
 /// @return the class
 std::string service(StartInput& input, const Configuration& configuration, const std::string& key,
                     const std::vector<std::string>& known) {
-    const std::string name = valueOr(input.properties, key, known.back());
+    std::string name = valueOr(input.properties, key, known.back());
     const std::string reason = configuration.at(key, key + ": " + unknownName("class", name, known));
     static const char* const others[] = {"Action",        "ActionList",   "BMCRelationalDB",
                                          "Initializer",   "NameResolver", "PropertyLocator",

@@ -112,6 +112,16 @@ void addCommands(CLI::App& app, Arguments& given, Work& chosen) {
     remove->add_option("PATH", given.path, pathHelp)->required();
 }
 
+void printNotes(const std::vector<std::string>& notes) {
+    constexpr std::size_t most = 20;
+    for (std::size_t i = 0; i < std::min(notes.size(), most); ++i) {
+        std::cerr << "tavrel: note: " << oneLine(notes[i]) << '\n';
+    }
+    if (notes.size() > most) {
+        std::cerr << "tavrel: note: and " << notes.size() - most << " more notes\n";
+    }
+}
+
 void run(const Arguments& given, const Work& work) {
     if (!work.run) {
         traceCommand(given.file);
@@ -119,9 +129,7 @@ void run(const Arguments& given, const Work& work) {
     }
     std::vector<std::string> notes;
     const Session session(given.files, work.entry, notes);
-    for (const std::string& note : notes) {
-        std::cerr << "tavrel: note: " << oneLine(note) << '\n';
-    }
+    printNotes(notes);
     try {
         work.run(session);
     } catch (const qz::tavrel::UnavailableComponentException&) {
@@ -131,7 +139,9 @@ void run(const Arguments& given, const Work& work) {
 
 int fail(const std::exception& reason, int code) {
     std::cout.flush();
-    std::cerr << "tavrel: " << oneLine(reason.what()) << '\n';
+    constexpr std::size_t limit = 1000;
+    const std::string text = oneLine(reason.what());
+    std::cerr << "tavrel: " << text.substr(0, limit) << (text.size() > limit ? "..." : "") << '\n';
     return code;
 }
 
@@ -139,7 +149,7 @@ int fail(const std::exception& reason, int code) {
 std::string firstWord(int count, char** words) {
     const std::vector<std::string> withValue = {"-c", "--config", "-n", "--names", "--classes"};
     for (int i = 1; i < count; ++i) {
-        const std::string word = words[i];
+        std::string word = words[i];
         if (std::find(withValue.begin(), withValue.end(), word) != withValue.end()) {
             ++i;
         } else if (word.empty() || word[0] != '-') {
