@@ -20,8 +20,11 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/tavrelConfigVersion
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavrelConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/tavrelConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tavrel)
 
-# A static build hands its own dependencies on to whoever links it.
-set(TAVREL_PC_LIBS "-ltavrel -lqzplatform")
+# A static build hands its own dependencies on to whoever links it; a firmware's own platform has a name of its own.
+set(TAVREL_PC_LIBS "-ltavrel")
+if(TAVREL_PLATFORM STREQUAL "bundled")
+  string(APPEND TAVREL_PC_LIBS " -lqzplatform")
+endif()
 # From where the file lies, so that the package can be installed anywhere.
 file(RELATIVE_PATH TAVREL_PC_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/tavrel.pc.in ${CMAKE_CURRENT_BINARY_DIR}/tavrel.pc @ONLY)
