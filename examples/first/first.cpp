@@ -4,11 +4,17 @@
 
 using namespace qz::tavrel;
 
+constexpr int fanType = 3;
 constexpr int speedKey = 300;
 
-class Names : public NameResolver { // gives properties their numbers; types are numbered as they come
+class Names : public NameResolver { // the numbers of this machine's names, which all its processes share
 public:
-    Names() { setPropertyKey("Speed", speedKey); }
+    Names() {
+        setComponentType("Chassis", 1);
+        setComponentType("FanTray", 2);
+        setComponentType("Fan", fanType);
+        setPropertyKey("Speed", speedKey);
+    }
 };
 
 class FirstFactory : public Factory {
@@ -26,7 +32,7 @@ void run() {
 
     ComponentAccessor chassis(Component::getRoot());
     std::vector<ComponentAccessor> fans;
-    chassis.findComponent(Component::getNameResolver()->getComponentType("Fan"), fans, false);
+    chassis.findComponent(fanType, fans, false);
     for (ComponentAccessor& fan : fans) {
         unsigned char rpm[2] = {};
         fan.getProperty(speedKey, rpm, sizeof rpm);

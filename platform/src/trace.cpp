@@ -221,7 +221,7 @@ std::uint64_t nanoseconds() {
                      .module = module,
                      .size = length,
                      .data = {}};
-    if (stored != 0) {
+    if (data != nullptr) {
         std::memcpy(entry.data, data, stored);
     }
     TraceSlot* const slot = claimSlot(*ring, writer.tid);

@@ -428,6 +428,7 @@ TEST_F(ComponentCSVCacheTest, SurvivesAnyDamage) {
     EXPECT_GT(loaded, built);
     EXPECT_GT(built, 0);
     EXPECT_LT(loaded, 3000);
+    delete builder.getResource("VolatileDB", ""); // nobody takes a store without a name
 }
 
 } // namespace

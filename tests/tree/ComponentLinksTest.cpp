@@ -127,9 +127,12 @@ TEST_F(ComponentLinks, TracesEachCandidateOfAListInTurnBeforeItLinksThem) {
     at(4)->addComponent(Components{at(first), at(2), at(second), at(3)});
 
     config->before = nullptr;
+    constexpr unsigned long associationSaved = 0x20308;
     std::vector<std::pair<unsigned long, Words>> records;
     for (const TraceRecord& record : trace.all()) {
-        records.emplace_back(record.id, record.arguments());
+        if (record.id != associationSaved) {
+            records.emplace_back(record.id, record.arguments());
+        }
     }
     EXPECT_EQ((std::vector<std::pair<unsigned long, Words>>{
                   {0x20117, {4, first}}, {0x20118, {4, 2}}, {0x20117, {4, second}}, {0x20118, {4, 3}}}),
