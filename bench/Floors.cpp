@@ -75,7 +75,8 @@ void floor_store_msync(benchmark::State& state) {
     constexpr std::size_t size = 3 << 20;
     const int file = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     check(file != -1, path);
-    // Page by page: of what is written in one piece, the kernel may flush more than the page that has changed.
+    // Page by page: of what is written in one piece, the kernel may flush more than the page that has
+    // changed.
     const std::vector<char> zeros(4096);
     for (std::size_t written = 0; written < size; written += zeros.size()) {
         check(write(file, zeros.data(), zeros.size()) == static_cast<ssize_t>(zeros.size()), "write");
