@@ -101,7 +101,8 @@ TEST_F(FileStoreDaemon, IsSignalledUnderTheLockOfTheFile) {
     store.initialize("SETUP");
     kernel.kill = [this](pid_t, int signal) {
         signals.push_back(signal);
-        EXPECT_THROW(SemaphoreLock("/dblock_setup", 0), std::system_error) << "this thread has it already";
+        EXPECT_THROW({ const SemaphoreLock second("/dblock_setup", 0); }, std::system_error)
+            << "this thread has it already";
         return 0;
     };
 
