@@ -3,6 +3,7 @@
 
 #include <qz/tavrel/Action.h>
 #include <qz/tavrel/BMCRelationalDB.h>
+#include <qz/tavrel/ControlTarget.h>
 #include <qz/tavrel/Factory.h>
 #include <qz/tavrel/Initializer.h>
 #include <qz/tavrel/NameResolver.h>
@@ -28,6 +29,10 @@ struct Maker {
 
 constexpr Maker makers[] = {
     {"ActionList", make<Action, ActionList>},
+    {"ControlTarget", make<Action, ControlTarget>},
+    {"ControlComponents", make<Action, ControlComponents>},
+    {"ControlOnComponents", make<Action, ControlOnComponents>},
+    {"ControlSubset", make<Action, ControlSubset>},
     {"TreePathLockProvider", make<ComponentLockProvider, TreePathLockProvider>},
     {"BMCRelationalDB", make<Resource, BMCRelationalDB>},
     {"PropertyLocator", make<PropertyLocator>},

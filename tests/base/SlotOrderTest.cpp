@@ -6,6 +6,7 @@
 #include <cstring>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 using namespace qz::tavrel;
@@ -128,6 +129,22 @@ TEST(SlotOrder, OfActionsHolds) {
                                 Taking<std::vector<Action*>&>::slot(&ActionList::addAction)}));
     EXPECT_EQ(row(2, 3), (Slots{slotOf(&ActionWrapper::setAttribute), slotOf(&ActionWrapper::execute),
                                 slotOf(&ActionWrapper::toString)}));
+}
+
+TEST(SlotOrder, OfControlsHolds) {
+    const auto slots = [](auto* none) {
+        using Control = std::remove_pointer_t<decltype(none)>;
+        return Slots{slotOf(&Control::setAttribute), slotOf(&Control::execute), slotOf(&Control::toString),
+                     slotOf(&Control::get),          slotOf(&Control::sort),    slotOf(&Control::control),
+                     slotOf(&Control::evaluate)};
+    };
+
+    EXPECT_EQ(row(2, 7), slots(static_cast<ControlTarget*>(nullptr)));
+    EXPECT_EQ(row(2, 7), slots(static_cast<ControlComponents*>(nullptr)));
+    EXPECT_EQ(row(2, 7), slots(static_cast<ControlSubset*>(nullptr)));
+    EXPECT_EQ(row(2, 7), slots(static_cast<ControlOnComponents*>(nullptr)));
+    EXPECT_EQ(9, slotOf(&ControlComponents::isTarget));
+    EXPECT_EQ(9, slotOf(&ControlSubset::isTarget));
 }
 
 TEST(SlotOrder, OfConfigurationsHolds) {

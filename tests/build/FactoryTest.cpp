@@ -3,6 +3,7 @@
 
 #include <qz/tavrel/Action.h>
 #include <qz/tavrel/BMCRelationalDB.h>
+#include <qz/tavrel/ControlTarget.h>
 #include <qz/tavrel/Factory.h>
 #include <qz/tavrel/Initializer.h>
 #include <qz/tavrel/NameResolver.h>
@@ -38,6 +39,10 @@ constexpr const char* refused = "FAULT at Factory(LINE): createInstance() invali
 
 TEST(Factory, MakesEachClassByItsName) {
     EXPECT_TRUE((makes<ActionList, Action>("ActionList")));
+    EXPECT_TRUE((makes<ControlTarget, Action>("ControlTarget")));
+    EXPECT_TRUE((makes<ControlComponents, Action>("ControlComponents")));
+    EXPECT_TRUE((makes<ControlOnComponents, Action>("ControlOnComponents")));
+    EXPECT_TRUE((makes<ControlSubset, Action>("ControlSubset")));
     EXPECT_TRUE((makes<TreePathLockProvider, ComponentLockProvider>("TreePathLockProvider")));
     EXPECT_TRUE((makes<BMCRelationalDB, Resource>("BMCRelationalDB")));
     EXPECT_TRUE(makes<PropertyLocator>("PropertyLocator"));
@@ -65,7 +70,8 @@ TEST(Factory, RefusesNamesThatItDoesNotKnow) {
 }
 
 TEST(Factory, TellsUpperFromLowerCase) {
-    for (const char* const name : {"actionlist", "Actionlist", "NAMERESOLVER", "initializer"}) {
+    for (const char* const name :
+         {"actionlist", "Actionlist", "controlTarget", "NAMERESOLVER", "initializer"}) {
         EXPECT_EQ(refused, refusal(name)) << name;
     }
 }

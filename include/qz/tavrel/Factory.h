@@ -19,10 +19,13 @@ public:
 
     /// Makes a default-constructed object of a class; the caller owns it.
     ///
-    /// Known are "ActionList" (used as `Action`), "TreePathLockProvider" (`ComponentLockProvider`),
-    /// "BMCRelationalDB"
-    /// (`Resource`), "PropertyLocator", "NameResolver", "Specification" and "Initializer". An override gives
-    /// a pointer to the class that the name is used as, converted to `void*`.
+    /// Known, with the class that each is used as, are
+    /// - "ActionList", "ControlTarget", "ControlComponents", "ControlOnComponents", "ControlSubset": `Action`
+    /// - "TreePathLockProvider": `ComponentLockProvider`
+    /// - "BMCRelationalDB": `Resource`
+    /// - "PropertyLocator", "NameResolver", "Specification", "Initializer": the class of that name
+    ///
+    /// An override gives a pointer to the class that the name is used as, converted to `void*`.
     ///
     /// @param name  class name; case matters
     /// @return never null here; an override may give null for a resource type that it refuses

@@ -24,6 +24,7 @@
 
 // Actions.
 #include <qz/tavrel/Action.h>
+#include <qz/tavrel/ControlTarget.h>
 
 // The shared description of the tree.
 #include <qz/tavrel/Association.h>
