@@ -41,6 +41,18 @@ TEST(ToolAction, RunsTheGenericActionOfEveryType) {
     EXPECT_EQ(tool({"get", module, "ErrorCount"}).out, "0x00000000 0\n");
 }
 
+TEST(ToolAction, RunsAControlOfTheLibrary) {
+    const Sample sample;
+    sample.edit("chassis-actions.csv", "action,LinkShared,SystemBoard,PowerSupply",
+                "action,ControlTarget,Identify,Redundant");
+
+    const Result result = tool({"do", "/Chassis#0", "Connect", "--out", "64"});
+
+    EXPECT_EQ(result.code, 0) << result.err;
+    EXPECT_EQ(result.out,
+              "/Chassis#0 Connect done\n\"/Chassis#0/PowerSupply#1 serial number ''\"\n"); // the last one's
+}
+
 TEST(ToolAction, LinksSharedComponentsOnce) {
     const Sample sample;
 

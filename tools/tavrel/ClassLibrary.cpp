@@ -7,6 +7,7 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
 
 namespace tavrel::tool {
@@ -17,6 +18,15 @@ namespace {
 constexpr const char* otherClasses[] = {"BMCRelationalDB", "Initializer",   "NameResolver",
                                         "PropertyLocator", "Specification", "TreePathLockProvider",
                                         "VolatileDB"};
+
+/// Actions that every factory makes.
+constexpr const char* ownActions[] = {"ActionList", "ControlComponents", "ControlOnComponents",
+                                      "ControlSubset", "ControlTarget"};
+
+template <std::size_t count>
+bool contains(const char* const (&names)[count], const std::string& name) {
+    return std::find(std::begin(names), std::end(names), name) != std::end(names);
+}
 
 } // namespace
 
@@ -34,12 +44,12 @@ ClassLibrary::ClassLibrary(const std::string& path) {
 }
 
 bool ClassLibrary::hasAction(const std::string& name) const {
-    if (std::find(std::begin(otherClasses), std::end(otherClasses), name) != std::end(otherClasses)) {
+    if (contains(otherClasses, name)) {
         return false;
     }
     auto* made = static_cast<qz::tavrel::Action*>(make(name));
     delete made;
-    return made != nullptr || name == "ActionList";
+    return made != nullptr || contains(ownActions, name);
 }
 
 } // namespace tavrel::tool

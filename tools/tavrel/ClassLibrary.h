@@ -22,7 +22,8 @@ public:
     /// library.
     void* make(const std::string& name) const { return create == nullptr ? nullptr : create(name.c_str()); }
 
-    /// True if a class of that name can stand in an action specification. Makes one to find out.
+    /// True if a class of that name can stand in an action specification: one of this library, which makes
+    /// one to find out, or one that every factory makes.
     bool hasAction(const std::string& name) const;
 
 private:
