@@ -216,6 +216,10 @@
     X(SemaphoreRemoveFailed, 0x40412, Error, "Semaphore", "IPC_RMID failed", "id, 0") \
     X(SemaphoreRemoveFailedText, 0x40413, Error, "Semaphore", "IPC_RMID failed", "text: reason") \
     X(SemaphoreRemoved, 0x40414, Debug, "Semaphore", "set removed", "id, 0") \
+    /* SemLockProvider */ \
+    X(SemLockTooMany, 0x40500, Error, "SemLockProvider", "more components to lock than semaphores", "count, limit") \
+    X(SemLockPrepared, 0x40501, Info, "SemLockProvider", "assignment prepared", "index, 0") \
+    X(SemLockSwitched, 0x40502, Info, "SemLockProvider", "assignment taken into use", "index, 0") \
     /* SemRWLock */ \
     X(SemRWLockTooMany, 0x40600, Error, "SemRWLock", "more semaphores than a set holds", "count, limit") \
     /* NullAction */ \

@@ -7,6 +7,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -215,6 +216,31 @@ bool Semaphore::operate(Buffer& buffer) {
 bool Semaphore::operate(int number, short op, short operationFlag) {
     sembuf single{static_cast<unsigned short>(number), op, operationFlag};
     return operate(&single, 1);
+}
+
+/// As `operate`, but waits no longer than `limit`; running out of time is no failure and leaves no trace.
+Semaphore::Outcome Semaphore::operateWithin(std::chrono::nanoseconds limit, int number, short op,
+                                            short operationFlag) {
+    using Clock = std::chrono::steady_clock;
+    sembuf single{static_cast<unsigned short>(number), op, operationFlag};
+    const auto end = Clock::now() + limit;
+    for (auto left = limit;; left = std::max<std::chrono::nanoseconds>(end - Clock::now(), {})) {
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+        timespec rest{};
+        rest.tv_sec = static_cast<decltype(rest.tv_sec)>(seconds.count());
+        rest.tv_nsec = static_cast<decltype(rest.tv_nsec)>((left - seconds).count());
+        if (semtimedop(id, &single, 1, &rest) == 0) {
+            return Outcome::Done;
+        }
+        const int errnum = errno;
+        if (errnum == EAGAIN) {
+            return Outcome::TooLate;
+        }
+        if (errnum != EINTR) {
+            traceFailure(errnum, point::SemaphoreOperateFailed, point::SemaphoreOperateFailedText, id, 1U);
+            return Outcome::Refused;
+        }
+    }
 }
 
 bool Semaphore::operate(sembuf* records, unsigned int count) {

@@ -59,6 +59,12 @@ bool SemaphoreList::operate(int number, short op, short operationFlag) {
     return sets[static_cast<unsigned int>(place.quot)].operate(place.rem, op, operationFlag);
 }
 
+Semaphore::Outcome SemaphoreList::operateWithin(std::chrono::nanoseconds limit, int number, short op,
+                                                short operationFlag) {
+    const auto place = std::div(number, static_cast<int>(semaphoresInASet()));
+    return sets[static_cast<unsigned int>(place.quot)].operateWithin(limit, place.rem, op, operationFlag);
+}
+
 void SemaphoreList::remove() {
     for (Semaphore& set : sets) {
         set.remove();

@@ -225,6 +225,13 @@ TEST(SlotOrder, OfLockProvidersHolds) {
                      slotOf(&Provider::readLock), slotOf(&Provider::readUnlock), slotOf(&Provider::writeLock),
                      slotOf(&Provider::writeUnlock), slotOf(&Provider::write), slotOf(&Provider::setup),
                      slotOf(&Provider::configure)}));
+    using Semaphores = SemLockProvider;
+    EXPECT_EQ(row(2, 11), (Slots{slotOf(&Semaphores::update), slotOf(&Semaphores::setConfiguration),
+                                 slotOf(&Semaphores::setConfigurations), slotOf(&Semaphores::initialize),
+                                 slotOf(&Semaphores::readLock), slotOf(&Semaphores::readUnlock),
+                                 slotOf(&Semaphores::writeLock), slotOf(&Semaphores::writeUnlock),
+                                 slotOf(&Semaphores::write), slotOf(&Semaphores::setup),
+                                 slotOf(&Semaphores::configure)}));
 }
 
 TEST(SlotOrder, OfBuildingHolds) {

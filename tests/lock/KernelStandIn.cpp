@@ -8,6 +8,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
@@ -23,6 +24,7 @@ namespace {
 
 KernelStandIn* standIns = nullptr;
 const char* hiddenFile = nullptr;
+std::atomic<int> waitLimit{0}; // milliseconds; 0 for none
 constexpr const char* shownFile = "/tmp/file_stand_in";
 
 /// The C library's own function of this name.
@@ -46,6 +48,14 @@ KernelStandIn::KernelStandIn(std::string callName, std::function<int(const Kerne
 
 KernelStandIn::~KernelStandIn() {
     standIns = next;
+}
+
+WaitLimit::WaitLimit(int milliseconds) {
+    waitLimit = milliseconds;
+}
+
+WaitLimit::~WaitLimit() {
+    waitLimit = 0;
 }
 
 FileStandIn::FileStandIn(const char* path, const std::string& text) {
@@ -111,6 +121,18 @@ int semget(key_t key, int count, int flag) noexcept {
 int semop(int id, sembuf* records, size_t count) noexcept {
     return answerOrPass({"semop", {id, number(records), static_cast<long>(count), 0}, records}, -1, &semop,
                         id, records, count);
+}
+
+int semtimedop(int id, sembuf* records, size_t count, const timespec* timeout) noexcept {
+    const long given = static_cast<long>(timeout->tv_sec) * 1000 + timeout->tv_nsec / 1000000;
+    const int limit = tavrel::test::waitLimit;
+    const long milliseconds = limit != 0 && limit < given ? limit : given;
+    timespec limited{};
+    limited.tv_sec = static_cast<time_t>(milliseconds / 1000);
+    limited.tv_nsec = milliseconds % 1000 * 1000000;
+    const timespec* const passed = milliseconds == given ? timeout : &limited;
+    return answerOrPass({"semtimedop", {id, number(records), static_cast<long>(count), given}, records}, -1,
+                        &semtimedop, id, records, count, passed);
 }
 
 int semctl(int id, int semaphore, int command, ...) noexcept {

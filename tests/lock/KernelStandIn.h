@@ -8,9 +8,9 @@ namespace tavrel::test {
 
 /// One call of the library to the kernel, as a stand-in sees it.
 struct KernelCall {
-    const char* name;  ///< "semget", "semctl", "semop", "shmget", "shmat", "shmdt", "shmctl" or "usleep"
-    long arguments[4]; ///< in the order of the call; an address as a number
-    const void* data;  ///< the records of `semop`, the address of `shmdt`
+    const char* name;  ///< "semget", "semctl", "semop", "semtimedop", "shmget", "shmat", "shmdt", ...
+    long arguments[4]; ///< in the order of the call; an address as a number, a time in milliseconds
+    const void* data;  ///< the records of `semop` and `semtimedop`, the address of `shmdt`
 };
 
 /// Stands between the library and the kernel for the calls of one name, as long as it lives. The test
@@ -37,6 +37,15 @@ private:
     std::function<int(const KernelCall&)> answer;
     std::atomic<int> seen{0};
     KernelStandIn* next;
+};
+
+/// Has no `semtimedop` wait longer than `milliseconds`, as long as it lives.
+class WaitLimit {
+public:
+    explicit WaitLimit(int milliseconds);
+    ~WaitLimit();
+    WaitLimit(const WaitLimit&) = delete;
+    WaitLimit& operator=(const WaitLimit&) = delete;
 };
 
 /// Lets the library read `text` where it opens the file `path` of the system, as long as it lives.

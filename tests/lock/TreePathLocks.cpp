@@ -88,7 +88,7 @@ LockedTree::LockedTree(bool shared)
     provider.initialize();
 }
 
-Holder::Holder(TreePathLockProvider& provider, LockKind kind, Component* component)
+Holder::Holder(qz::tavrel::ComponentLockProvider& provider, LockKind kind, Component* component)
     : child([&provider, kind, component](Talk& talk) {
           talk.tell('w');
           kind == LockKind::read ? provider.readLock(component) : provider.writeLock(component);

@@ -81,7 +81,7 @@ enum class LockKind { read, write };
 /// Another process that takes one lock on one component, and gives it back when told to.
 class Holder {
 public:
-    Holder(TreePathLockProvider& provider, LockKind kind, Component* component);
+    Holder(qz::tavrel::ComponentLockProvider& provider, LockKind kind, Component* component);
 
     /// Waits until the process holds its lock.
     void expectHeld() { EXPECT_TRUE(child.talk().waitFor('h')); }

@@ -4,6 +4,7 @@
 
 #include <sys/sem.h>
 
+#include <chrono>
 #include <vector>
 
 namespace qz::tavrel {
@@ -87,7 +88,13 @@ private:
     bool operate(sembuf* records, unsigned int count);
 
     friend class SemaphoreList;
+    friend class SemLockProvider;
     friend class SemRWLock;
+
+    /// How an operation with a time limit has ended.
+    enum class Outcome { Done, Refused, TooLate };
+
+    Outcome operateWithin(std::chrono::nanoseconds limit, int number, short op, short operationFlag);
 
     /// What the loser does when two processes create one set at the same moment.
     enum class Race { Raise, Join };
@@ -145,6 +152,8 @@ private:
     friend class SemLockProvider;
 
     void setUp(int key, unsigned short* values, unsigned int count, Semaphore::Race race);
+    Semaphore::Outcome operateWithin(std::chrono::nanoseconds limit, int number, short op,
+                                     short operationFlag);
 
     std::vector<Semaphore> sets;
     int flag;

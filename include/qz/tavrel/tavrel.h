@@ -41,6 +41,7 @@
 // Locks.
 #include <qz/tavrel/ComponentLockProvider.h>
 #include <qz/tavrel/LockObject.h>
+#include <qz/tavrel/SemLockProvider.h>
 #include <qz/tavrel/Semaphore.h>
 #include <qz/tavrel/SharedMemory.h>
 #include <qz/tavrel/TreePathLockProvider.h>
