@@ -8,6 +8,7 @@
 #include <qz/tavrel/Initializer.h>
 #include <qz/tavrel/NameResolver.h>
 #include <qz/tavrel/PropertyLocator.h>
+#include <qz/tavrel/SemLockProvider.h>
 #include <qz/tavrel/Specification.h>
 #include <qz/tavrel/TreePathLockProvider.h>
 
@@ -34,6 +35,7 @@ constexpr Maker makers[] = {
     {"ControlOnComponents", make<Action, ControlOnComponents>},
     {"ControlSubset", make<Action, ControlSubset>},
     {"TreePathLockProvider", make<ComponentLockProvider, TreePathLockProvider>},
+    {"SemLockProvider", make<ComponentLockProvider, SemLockProvider>},
     {"BMCRelationalDB", make<Resource, BMCRelationalDB>},
     {"PropertyLocator", make<PropertyLocator>},
     {"NameResolver", make<NameResolver>},

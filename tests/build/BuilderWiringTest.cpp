@@ -200,6 +200,26 @@ TEST_F(BuilderWiringTest, MakesTheConfiguredLockProvider) {
     EXPECT_EQ((Texts{"Mine"}), factory.asked);
 }
 
+TEST_F(BuilderWiringTest, LocksTheTreeThroughSemaphoresWhenConfigured) {
+    specify("Chassis\ncomponent,Board,2\n\nBoard\nfeature,Lockable\n",
+            "tavrel.lock.provider = SemLockProvider\n");
+    builder->getResolver();
+    names->setComponentType("Lockable", 1);
+    const TraceCapture capture;
+    ASSERT_EQ("nothing raised", start());
+    const auto value = [](int semaphore) { return semctl(semget(5610000, 0, 0), semaphore, GETVAL); };
+    Component* const board = Component::getComponent(1);
+
+    board->writeLock();
+
+    EXPECT_EQ(0, value(4)) << "a board has semaphores of its own";
+    EXPECT_EQ(99, value(2)) << "and the root's gate knows";
+    board->writeUnlock();
+    EXPECT_EQ(100, value(4));
+    EXPECT_EQ(100, value(2));
+    EXPECT_EQ(0U, capture.count(0x40410)) << "no semaphore is used before it is there";
+}
+
 TEST_F(BuilderWiringTest, KeepsNoLockProviderThatDoesNotInitialize) {
     const auto make = factory.makers["TreePathLockProvider"];
     factory.makers["TreePathLockProvider"] = [&] {

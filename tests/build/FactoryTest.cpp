@@ -8,6 +8,7 @@
 #include <qz/tavrel/Initializer.h>
 #include <qz/tavrel/NameResolver.h>
 #include <qz/tavrel/PropertyLocator.h>
+#include <qz/tavrel/SemLockProvider.h>
 #include <qz/tavrel/Specification.h>
 #include <qz/tavrel/TreePathLockProvider.h>
 
@@ -44,6 +45,7 @@ TEST(Factory, MakesEachClassByItsName) {
     EXPECT_TRUE((makes<ControlOnComponents, Action>("ControlOnComponents")));
     EXPECT_TRUE((makes<ControlSubset, Action>("ControlSubset")));
     EXPECT_TRUE((makes<TreePathLockProvider, ComponentLockProvider>("TreePathLockProvider")));
+    EXPECT_TRUE((makes<SemLockProvider, ComponentLockProvider>("SemLockProvider")));
     EXPECT_TRUE((makes<BMCRelationalDB, Resource>("BMCRelationalDB")));
     EXPECT_TRUE(makes<PropertyLocator>("PropertyLocator"));
     EXPECT_TRUE(makes<NameResolver>("NameResolver"));

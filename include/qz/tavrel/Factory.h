@@ -21,7 +21,7 @@ public:
     ///
     /// Known, with the class that each is used as, are
     /// - "ActionList", "ControlTarget", "ControlComponents", "ControlOnComponents", "ControlSubset": `Action`
-    /// - "TreePathLockProvider": `ComponentLockProvider`
+    /// - "TreePathLockProvider", "SemLockProvider": `ComponentLockProvider`
     /// - "BMCRelationalDB": `Resource`
     /// - "PropertyLocator", "NameResolver", "Specification", "Initializer": the class of that name
     ///
