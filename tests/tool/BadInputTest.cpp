@@ -202,7 +202,12 @@ TEST(ToolBadInput, IsAnUnknownClassOfStoresOrLocks) {
         {"tavrel.res.type = BMCRelationalDB", "tavrel.res.type = NameResolver", 17,
          "tavrel.res.type: unknown class 'NameResolver'; the nearest known name is 'VolatileDB'"},
         {"tavrel.res.name = tavrel.db", "tavrel.lock.provider = Foo", 18,
-         "tavrel.lock.provider: unknown class 'Foo'; the nearest known name is 'TreePathLockProvider'"}};
+         "tavrel.lock.provider: unknown class 'Foo'; the nearest known name is 'SemLockProvider'"},
+        {"tavrel.res.name = tavrel.db", "tavrel.lock.provider = TreePathProvider", 18,
+         "tavrel.lock.provider: unknown class 'TreePathProvider'; the nearest known name is "
+         "'TreePathLockProvider'"},
+        {"tavrel.res.type = BMCRelationalDB", "tavrel.res.type = SemLockProvider", 17,
+         "tavrel.res.type: unknown class 'SemLockProvider'; the nearest known name is 'VolatileDB'"}};
     for (const auto& slip : slips) {
         const Sample sample;
         sample.edit("chassis.properties", slip.before, slip.after);

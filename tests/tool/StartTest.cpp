@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/sem.h>
+
 #include <filesystem>
 #include <memory>
 
@@ -33,6 +35,19 @@ TEST(ToolStart, BuildsTheTreeAndThenJoinsIt) {
                                   "  specification from the cache /tmp/"))
         << second.out;
     EXPECT_EQ(first.err + second.err, "");
+}
+
+TEST(ToolStart, LocksTheTreeWithTheServiceThatTheMachineHas) {
+    const Sample sample;
+    sample.edit("chassis.properties", "tavrel.res.name = tavrel.db",
+                "tavrel.res.name = tavrel.db\ntavrel.lock.provider = SemLockProvider");
+
+    const Result start = tool({"start"});
+    const Result set = tool({"set", "/Chassis#0/FanTray#0/Fan#3", "Speed", "900"});
+
+    EXPECT_EQ(start.code, 0) << start.err;
+    EXPECT_EQ(set.code, 0) << set.err;
+    EXPECT_NE(semget(5610000, 0, 0), -1);
 }
 
 TEST(ToolStart, SharesTheCacheWithEveryPathToTheSameFile) {

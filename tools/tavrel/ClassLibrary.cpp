@@ -15,9 +15,9 @@ namespace tavrel::tool {
 namespace {
 
 /// Names under which the library asks for objects that are no actions.
-constexpr const char* otherClasses[] = {"BMCRelationalDB", "Initializer",   "NameResolver",
-                                        "PropertyLocator", "Specification", "TreePathLockProvider",
-                                        "VolatileDB"};
+constexpr const char* otherClasses[] = {"BMCRelationalDB",      "Initializer",     "NameResolver",
+                                        "PropertyLocator",      "SemLockProvider", "Specification",
+                                        "TreePathLockProvider", "VolatileDB"};
 
 /// Actions that every factory makes.
 constexpr const char* ownActions[] = {"ActionList", "ControlComponents", "ControlOnComponents",

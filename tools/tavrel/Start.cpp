@@ -85,9 +85,9 @@ std::string service(StartInput& input, const Configuration& configuration, const
                     const std::vector<std::string>& known) {
     std::string name = valueOr(input.properties, key, known.back());
     const std::string reason = configuration.at(key, key + ": " + unknownName("class", name, known));
-    static const char* const others[] = {"Action",        "ActionList",   "BMCRelationalDB",
-                                         "Initializer",   "NameResolver", "PropertyLocator",
-                                         "Specification", "VolatileDB",   "TreePathLockProvider"};
+    static const char* const others[] = {
+        "Action",          "ActionList",    "BMCRelationalDB", "Initializer",     "NameResolver",
+        "PropertyLocator", "Specification", "VolatileDB",      "SemLockProvider", "TreePathLockProvider"};
     const bool isOther = std::find(std::begin(others), std::end(others), name) != std::end(others);
     if (isOther && std::find(known.begin(), known.end(), name) == known.end()) {
         throw Refusal(reason); // the library would take one kind of object for another
@@ -120,7 +120,7 @@ StartInput checkStart(const StartFiles& files, std::vector<std::string>& notes) 
     input.stores.builtIn = service(input, configuration, "tavrel.res.type",
                                    {"BMCRelationalDB", "VolatileDB"}) == "BMCRelationalDB";
     input.stores.byDefault = valueOr(input.properties, "tavrel.res.name", "tavrel.db");
-    service(input, configuration, "tavrel.lock.provider", {"TreePathLockProvider"});
+    service(input, configuration, "tavrel.lock.provider", {"SemLockProvider", "TreePathLockProvider"});
     if (!files.classes.empty()) {
         input.classes = ClassLibrary(files.classes);
     }
