@@ -2,13 +2,17 @@
 #include "base/Trace.h"
 
 #include <qz/tavrel/Action.h>
+#include <qz/tavrel/AddComponent.h>
 #include <qz/tavrel/BMCRelationalDB.h>
 #include <qz/tavrel/ControlTarget.h>
 #include <qz/tavrel/Factory.h>
 #include <qz/tavrel/Initializer.h>
 #include <qz/tavrel/NameResolver.h>
+#include <qz/tavrel/PrintMessage.h>
 #include <qz/tavrel/PropertyLocator.h>
 #include <qz/tavrel/SemLockProvider.h>
+#include <qz/tavrel/ShareComponent.h>
+#include <qz/tavrel/Sleep.h>
 #include <qz/tavrel/Specification.h>
 #include <qz/tavrel/TreePathLockProvider.h>
 
@@ -30,10 +34,14 @@ struct Maker {
 
 constexpr Maker makers[] = {
     {"ActionList", make<Action, ActionList>},
+    {"AddComponent", make<Action, AddComponent>},
+    {"ShareComponent", make<Action, ShareComponent>},
     {"ControlTarget", make<Action, ControlTarget>},
     {"ControlComponents", make<Action, ControlComponents>},
     {"ControlOnComponents", make<Action, ControlOnComponents>},
     {"ControlSubset", make<Action, ControlSubset>},
+    {"Sleep", make<Action, Sleep>},
+    {"PrintMessage", make<Action, PrintMessage>},
     {"TreePathLockProvider", make<ComponentLockProvider, TreePathLockProvider>},
     {"SemLockProvider", make<ComponentLockProvider, SemLockProvider>},
     {"BMCRelationalDB", make<Resource, BMCRelationalDB>},

@@ -129,6 +129,15 @@ TEST(SlotOrder, OfActionsHolds) {
                                 Taking<std::vector<Action*>&>::slot(&ActionList::addAction)}));
     EXPECT_EQ(row(2, 3), (Slots{slotOf(&ActionWrapper::setAttribute), slotOf(&ActionWrapper::execute),
                                 slotOf(&ActionWrapper::toString)}));
+    EXPECT_EQ(row(2, 3), (Slots{slotOf(&AddComponent::setAttribute), slotOf(&AddComponent::execute),
+                                slotOf(&AddComponent::toString)}));
+    EXPECT_EQ(row(2, 3), (Slots{slotOf(&ShareComponent::setAttribute), slotOf(&ShareComponent::execute),
+                                slotOf(&ShareComponent::toString)}));
+    EXPECT_EQ(row(2, 3),
+              (Slots{slotOf(&Sleep::setAttribute), slotOf(&Sleep::execute), slotOf(&Sleep::toString)}));
+    EXPECT_EQ(row(2, 3), (Slots{slotOf(&PrintMessage::setAttribute), slotOf(&PrintMessage::execute),
+                                slotOf(&PrintMessage::toString)}));
+    EXPECT_EQ(-1, slotOf(&Sleep::getTime));
 }
 
 TEST(SlotOrder, OfControlsHolds) {

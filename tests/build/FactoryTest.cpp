@@ -2,13 +2,17 @@
 #include "support/TraceCapture.h"
 
 #include <qz/tavrel/Action.h>
+#include <qz/tavrel/AddComponent.h>
 #include <qz/tavrel/BMCRelationalDB.h>
 #include <qz/tavrel/ControlTarget.h>
 #include <qz/tavrel/Factory.h>
 #include <qz/tavrel/Initializer.h>
 #include <qz/tavrel/NameResolver.h>
+#include <qz/tavrel/PrintMessage.h>
 #include <qz/tavrel/PropertyLocator.h>
 #include <qz/tavrel/SemLockProvider.h>
+#include <qz/tavrel/ShareComponent.h>
+#include <qz/tavrel/Sleep.h>
 #include <qz/tavrel/Specification.h>
 #include <qz/tavrel/TreePathLockProvider.h>
 
@@ -40,10 +44,14 @@ constexpr const char* refused = "FAULT at Factory(LINE): createInstance() invali
 
 TEST(Factory, MakesEachClassByItsName) {
     EXPECT_TRUE((makes<ActionList, Action>("ActionList")));
+    EXPECT_TRUE((makes<AddComponent, Action>("AddComponent")));
+    EXPECT_TRUE((makes<ShareComponent, Action>("ShareComponent")));
     EXPECT_TRUE((makes<ControlTarget, Action>("ControlTarget")));
     EXPECT_TRUE((makes<ControlComponents, Action>("ControlComponents")));
     EXPECT_TRUE((makes<ControlOnComponents, Action>("ControlOnComponents")));
     EXPECT_TRUE((makes<ControlSubset, Action>("ControlSubset")));
+    EXPECT_TRUE((makes<Sleep, Action>("Sleep")));
+    EXPECT_TRUE((makes<PrintMessage, Action>("PrintMessage")));
     EXPECT_TRUE((makes<TreePathLockProvider, ComponentLockProvider>("TreePathLockProvider")));
     EXPECT_TRUE((makes<SemLockProvider, ComponentLockProvider>("SemLockProvider")));
     EXPECT_TRUE((makes<BMCRelationalDB, Resource>("BMCRelationalDB")));

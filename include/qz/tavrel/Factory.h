@@ -20,7 +20,8 @@ public:
     /// Makes a default-constructed object of a class; the caller owns it.
     ///
     /// Known, with the class that each is used as, are
-    /// - "ActionList", "ControlTarget", "ControlComponents", "ControlOnComponents", "ControlSubset": `Action`
+    /// - "ActionList", "AddComponent", "ShareComponent", "ControlTarget", "ControlComponents",
+    ///   "ControlOnComponents", "ControlSubset", "Sleep", "PrintMessage": `Action`
     /// - "TreePathLockProvider", "SemLockProvider": `ComponentLockProvider`
     /// - "BMCRelationalDB": `Resource`
     /// - "PropertyLocator", "NameResolver", "Specification", "Initializer": the class of that name

@@ -24,7 +24,11 @@
 
 // Actions.
 #include <qz/tavrel/Action.h>
+#include <qz/tavrel/AddComponent.h>
 #include <qz/tavrel/ControlTarget.h>
+#include <qz/tavrel/PrintMessage.h>
+#include <qz/tavrel/ShareComponent.h>
+#include <qz/tavrel/Sleep.h>
 
 // The shared description of the tree.
 #include <qz/tavrel/Association.h>
