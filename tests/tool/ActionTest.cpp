@@ -53,6 +53,21 @@ TEST(ToolAction, RunsAControlOfTheLibrary) {
               "/Chassis#0 Connect done\n\"/Chassis#0/PowerSupply#1 serial number ''\"\n"); // the last one's
 }
 
+TEST(ToolAction, RunsTheGeneralActionsOfTheLibrary) {
+    const Sample sample;
+    sample.edit("chassis-actions.csv", "action,SetProperty,PowerState,1",
+                "action,PrintMessage,linked\n,Sleep,1\n,ShareComponent,FanTray,-1,SystemBoard,0,1\n"
+                ",AddComponent,SystemBoard,1,PowerSupply,0,1");
+
+    const Result result = tool({"do", "/Chassis#0", "PowerOn"});
+
+    EXPECT_EQ(result.code, 0) << result.err;
+    EXPECT_EQ(result.out, "linked,\n/Chassis#0 PowerOn done\n");
+    const std::string tree = tool({"tree"}).out;
+    EXPECT_NE(tree.find("shares /Chassis#0/FanTray#0"), std::string::npos) << tree;
+    EXPECT_NE(tree.find("shares /Chassis#0/PowerSupply#0"), std::string::npos) << tree;
+}
+
 TEST(ToolAction, LinksSharedComponentsOnce) {
     const Sample sample;
 

@@ -20,8 +20,9 @@ constexpr const char* otherClasses[] = {"BMCRelationalDB",      "Initializer",  
                                         "TreePathLockProvider", "VolatileDB"};
 
 /// Actions that every factory makes.
-constexpr const char* ownActions[] = {"ActionList", "ControlComponents", "ControlOnComponents",
-                                      "ControlSubset", "ControlTarget"};
+constexpr const char* ownActions[] = {"ActionList",          "AddComponent",   "ControlComponents",
+                                      "ControlOnComponents", "ControlSubset",  "ControlTarget",
+                                      "PrintMessage",        "ShareComponent", "Sleep"};
 
 template <std::size_t count>
 bool contains(const char* const (&names)[count], const std::string& name) {
