@@ -45,6 +45,7 @@ public:
 
     /// Appends the components to control; here the children of `self` whose class has the target type as a
     /// feature, in the order of `Component::getFeatured`. None may be null.
+    /// Refreshes.
     /// Locks: a read section of the tree.
     virtual void get(Component* self, std::vector<Component*>& targets, const void* in, unsigned int inSize,
                      void* out, unsigned int outSize);
@@ -130,6 +131,7 @@ public:
     std::string toString() override;
 
     /// True if the component's number is the first number or one of the `count - 1` behind it.
+    /// Refreshes.
     /// Locks: a read section of the tree.
     virtual bool isTarget(Component* component);
 
@@ -158,6 +160,7 @@ public:
 
     /// Appends, for each child of `self` of the on type in order, its children of the target type. One that
     /// several of them share comes once for each.
+    /// Refreshes.
     /// Locks: a read section of the tree for each component that it looks below.
     void get(Component* self, std::vector<Component*>& targets, const void* in, unsigned int inSize,
              void* out, unsigned int outSize) override;
