@@ -93,7 +93,10 @@ void SemLockProvider::configure() {
 
 void SemLockProvider::getLockIdList(Component* component, std::vector<int>& list) {
     const Assignment& assignment = assignments[static_cast<std::size_t>(active)];
-    for (Component* step = component; step != nullptr; step = step->getParent()) {
+    std::vector<const Component*> way; // ends where stored links form a circle
+    for (Component* step = component; step != nullptr && std::find(way.begin(), way.end(), step) == way.end();
+         step = step->getParent()) {
+        way.push_back(step);
         const auto found = assignment.find(step->getComponentId());
         if (found != assignment.end()) {
             list.push_back(found->second);

@@ -114,8 +114,8 @@ void SemLockProvider::lock(const Steps& taking, const Steps& finishing) {
     operateAll(finishing);
 }
 
-// If the process dies between two steps, the kernel undoes what it has done so far, in one go with the rest
-// of the set: no other call ever sees a part of it remain.
+// If the process dies between two steps, the kernel undoes what it has done so far, set by set. What another
+// call sees of a part of it only makes it wait until the rest is undone.
 
 void SemLockProvider::readLock(Component* component) {
     const std::vector<int> ids = begin(component);

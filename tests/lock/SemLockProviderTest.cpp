@@ -204,6 +204,24 @@ TEST_F(SemLockProviderTest, AppendsLockIdsToWhatIsThere) {
     EXPECT_EQ((Ids{9, 1, 0}), ids);
 }
 
+TEST_F(SemLockProviderTest, EndsTheWayWhereStoredLinksFormACircle) {
+    class Ring : public qz::tavrel::TreeConfig {
+    public:
+        int getSrc(int component) override { return component == 0 ? 1 : 0; }
+    } ring;
+    ring.assign(tree.machine.store, nullptr);
+    provider.readLock(tree.root);
+    provider.readUnlock(tree.root);
+    qz::tavrel::TreeConfig* const own = Component::getTreeConfig();
+    Component::setTreeConfig(&ring);
+
+    Ids ids;
+    provider.getLockIdList(tree.root, ids);
+
+    Component::setTreeConfig(own);
+    EXPECT_EQ((Ids{0, 1}), ids);
+}
+
 TEST_F(SemLockProviderTest, CountsAMarkedRootOnce) {
     tree.machine.define(fan, "Fan").addFeature(1);
 
