@@ -24,7 +24,7 @@ namespace {
     throw std::runtime_error(action + ": " + reason);
 }
 
-// What a row of the specification says is checked here: a wrong row is then refused at the start, with its
+// The cells of a row are checked here: a wrong row is then refused at the start, with its
 // reason, and not when the action runs. Each throws std::runtime_error.
 
 /// A cell of a row.
